@@ -1,0 +1,3 @@
+#include "readers/cradle/dataset_state.h"
+
+DatasetState dataset_state;

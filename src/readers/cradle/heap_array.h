@@ -1,0 +1,29 @@
+// Owned arrays from the C heap. Sizes often come from a file: nothing here throws, and a size that
+// cannot be had is a null array.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+struct FreeHeap {
+    void operator()(void* p) const { std::free(p); }
+};
+
+template <class T> using HeapArray = std::unique_ptr<T[], FreeHeap>;
+
+// At least one element, so that "nothing to hold" and "could not be had" differ; null when the
+// memory cannot be had or the size wraps. The elements are not touched.
+template <class T> [[nodiscard]] HeapArray<T> heap_array(int64_t count)
+{
+    const size_t wanted = count > 0 ? static_cast<size_t>(count) : 1;
+    if (wanted > SIZE_MAX / 2 / sizeof(T)) return nullptr;
+    return HeapArray<T>(static_cast<T*>(std::malloc(wanted * sizeof(T))));
+}
+
+// The same, zeroed.
+template <class T> [[nodiscard]] HeapArray<T> zeroed_heap_array(int64_t count)
+{
+    return HeapArray<T>(
+        static_cast<T*>(std::calloc(count > 0 ? static_cast<size_t>(count) : 1, sizeof(T))));
+}

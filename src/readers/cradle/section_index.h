@@ -1,0 +1,36 @@
+// The index of named data sections: built by one walk when a dataset is opened, searched on every
+// data callback.
+//
+// After its header a file holds "OverlapStart_0", the sections of the first grid, "OverlapStart_"
+// and the sections of each further grid, and "OverlapEnd". A section is a name record, a body of
+// items that its reader knows, and an end record; it has no length, so every body must be walked.
+#pragma once
+
+#include "readers/cradle/dataset_state.h"
+
+#include <cstdint>
+
+// Walks one grid from the record after the name record that opened it, enters its sections into
+// the dataset's index and gathers its counts and names.
+// `mode`: 0 the file given to the header callback, 1 the grid file that belongs to it.
+// `variable_sections`: `variable_capacity` zeroed rows, the section of each name in
+// `variable_names`. `end_flag` becomes 1 at "OverlapEnd".
+[[nodiscard]] bool scan_grid_sections(uint8_t mode, int32_t unit, int32_t grid, int32_t* node_count,
+                                      int32_t boundary_capacity, int32_t* boundary_count,
+                                      char* boundary_names, int32_t variable_capacity,
+                                      int32_t* variable_count, char* variable_names,
+                                      VariableSection* variable_sections, uint8_t* end_flag);
+
+// What the next lookup searches for, and where it goes on. A cursor is the index of the last entry
+// returned, -1 before the first.
+extern char lookup_name[SECTION_NAME_LENGTH + 1];
+extern int32_t lookup_grid;
+extern int32_t grid_cursor;
+extern int32_t results_cursor;
+
+// Sets the name (its first 32 characters) and the grid, and both cursors back to -1.
+void begin_lookup(const char* name, int32_t grid);
+
+// Position of the next entry that matches, -1 when there is none.
+[[nodiscard]] int64_t next_grid_section();
+[[nodiscard]] int64_t next_results_section();

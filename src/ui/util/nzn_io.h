@@ -1,0 +1,55 @@
+// The record file layer: numbered units over Fortran unformatted sequential files.
+//
+// A file is a sequence of records. A record is one or more sub-records, each a 4-byte head marker,
+// |head| bytes of data and a tail marker of the same magnitude. A negative head says that another
+// sub-record of the record follows, a negative tail that an earlier one went before. Markers and
+// numbers share one byte order, found when the file is opened.
+//
+// Statuses: 0 success; 4 end of file; 5 any other failure (unit not open, read error, markers that
+// differ, data asked for beyond the end of the record). Nothing here prints.
+#pragma once
+
+#include <cstdint>
+
+constexpr int32_t NZN_OK = 0;
+constexpr int32_t NZN_END_OF_FILE = 4;
+constexpr int32_t NZN_FAILURE = 5;
+
+constexpr int32_t NZN_CANNOT_OPEN = 1;
+constexpr int32_t NZN_NOT_UNFORMATTED = 2;
+
+// Opens a file by UTF-8 path under a unit number; a file already open under it is closed first.
+// 0 opened; 1 cannot be opened, or 101 units are open; 2 not an unformatted sequential file.
+// Every marker of the file is checked; damage after 10 good sub-records does not prevent opening.
+[[nodiscard]] int32_t nzn_open_unit(int32_t unit, const char* path);
+
+// 0 closed or not open; 5 when closing the stream failed (the unit is free all the same).
+int32_t nzn_close_unit(int32_t unit);
+
+// Begins the next record; what is left of the current one is passed over and its tail checked.
+[[nodiscard]] int32_t nzn_begin_record(int32_t unit);
+
+// Passes over the whole next record. Its last tail marker is checked by the next begin.
+[[nodiscard]] int32_t nzn_skip_record(int32_t unit);
+
+// Byte offset of the head marker of the record after the current one, or of the current position
+// when no record is begun; the stream moves there. -1 on failure.
+[[nodiscard]] int64_t nzn_tell(int32_t unit);
+
+// Moves to an offset that nzn_tell gave, or to 0: 0 or 5.
+[[nodiscard]] int32_t nzn_seek(int32_t unit, int64_t position);
+
+// Bytes between the current position and the end that the file had when it was opened: no count
+// read from the file can stand for more. 0 when the unit is not open.
+[[nodiscard]] int64_t nzn_bytes_left(int32_t unit);
+
+// Typed reads of the current record, across its sub-records and in native byte order afterwards.
+// A count below 1 reads nothing and succeeds. A record that is too short is consumed and gives 5;
+// the destination then holds what was read, its bytes not reversed.
+[[nodiscard]] int32_t nzn_read_int32(int32_t unit, int64_t count, int32_t* destination);
+[[nodiscard]] int32_t nzn_read_float32(int32_t unit, int64_t count, float* destination);
+[[nodiscard]] int32_t nzn_read_float64(int32_t unit, int64_t count, double* destination);
+// Characters are never reordered, and no terminator is written.
+[[nodiscard]] int32_t nzn_read_chars(int32_t unit, int32_t count, char* destination);
+// Passes over bytes of the current record.
+[[nodiscard]] int32_t nzn_skip_bytes(int32_t unit, int64_t count);

@@ -1,0 +1,80 @@
+#include "ui/util/utf8wrap.h"
+
+#include <cstring>
+#include <dirent.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+
+static_assert(sizeof(off_t) == 8, "positions beyond 4 GiB need a 64-bit off_t");
+
+namespace utf8wrap
+{
+
+FILE* fopen(const char* path, const char* mode)
+{
+    // Asked before opening: opening a pipe would wait for its writer.
+    FileStatus status{};
+    if (_stat64(path, &status) != 0 || !status.is_regular) return nullptr;
+    return ::fopen(path, mode);
+}
+
+int _fseeki64(FILE* stream, int64_t offset, int origin)
+{
+    return fseeko(stream, offset, origin);
+}
+
+int64_t _ftelli64(FILE* stream)
+{
+    return ftello(stream);
+}
+
+int64_t file_length(FILE* stream)
+{
+    struct stat status {
+    };
+    return fstat(fileno(stream), &status) == 0 ? status.st_size : -1;
+}
+
+int _stat64(const char* path, FileStatus* status)
+{
+    struct stat found {
+    };
+    if (stat(path, &found) != 0) return -1;
+    status->is_regular = S_ISREG(found.st_mode);
+    return 0;
+}
+
+void CloseDirectory::operator()(void* directory) const
+{
+    closedir(static_cast<DIR*>(directory));
+}
+
+bool FindNextFileA(Listing* listing, FoundEntry* entry)
+{
+    while (const dirent* found = readdir(static_cast<DIR*>(listing->directory.get()))) {
+        const size_t length = strlen(found->d_name);
+        if (length > MAX_ENTRY_NAME) continue;
+        if (fnmatch(listing->wildcard, found->d_name, FNM_NOESCAPE) != 0) continue;
+        memcpy(entry->name, found->d_name, length + 1);
+        return true;
+    }
+    return false;
+}
+
+bool FindFirstFileA(const char* pattern, Listing* listing, FoundEntry* entry)
+{
+    const char* slash = strrchr(pattern, '/');
+    const char* wildcard = slash ? slash + 1 : pattern;
+    const size_t directory_length = static_cast<size_t>(wildcard - pattern);
+    char directory[MAX_ENTRY_NAME + 1] = ".";
+    if (directory_length >= sizeof directory || strlen(wildcard) > MAX_ENTRY_NAME) return false;
+    if (directory_length > 0) {
+        memcpy(directory, pattern, directory_length);
+        directory[directory_length] = '\0';
+    }
+    memcpy(listing->wildcard, wildcard, strlen(wildcard) + 1);
+    listing->directory.reset(opendir(directory));
+    return listing->directory && FindNextFileA(listing, entry);
+}
+
+} // namespace utf8wrap

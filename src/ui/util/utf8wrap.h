@@ -1,0 +1,54 @@
+// The platform layer: files by UTF-8 path, their status, directory listings and 64-bit positions.
+// Nothing above this file calls the operating system for files.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+namespace utf8wrap
+{
+
+// Opens a regular file; null for anything else (a directory, a pipe that would block) and for
+// whatever the system refuses. The caller closes the stream.
+[[nodiscard]] FILE* fopen(const char* path, const char* mode);
+
+// Position in bytes, measured as fseek and ftell measure it. Seeking beyond the end succeeds;
+// only the next read shows it.
+[[nodiscard]] int _fseeki64(FILE* stream, int64_t offset, int origin);
+[[nodiscard]] int64_t _ftelli64(FILE* stream);
+
+// Length in bytes of the file behind the stream; -1 when it cannot be had.
+[[nodiscard]] int64_t file_length(FILE* stream);
+
+struct FileStatus {
+    bool is_regular;
+};
+
+// 0 when the path exists (links are followed), else -1 with the status untouched.
+[[nodiscard]] int _stat64(const char* path, FileStatus* status);
+
+constexpr int MAX_ENTRY_NAME = 255; // bytes, the most that file systems allow
+
+struct FoundEntry {
+    char name[MAX_ENTRY_NAME + 1];
+};
+
+struct CloseDirectory {
+    void operator()(void* directory) const;
+};
+
+// A running listing; closed when it goes out of scope.
+struct Listing {
+    std::unique_ptr<void, CloseDirectory> directory;
+    char wildcard[MAX_ENTRY_NAME + 1] = "";
+};
+
+// Starts listing the entries of a directory whose names match the last component of the pattern
+// ('?' one character, '*' any run). False when the directory cannot be listed or nothing matches.
+[[nodiscard]] bool FindFirstFileA(const char* pattern, Listing* listing, FoundEntry* entry);
+
+// The next matching entry, each name once, "." and ".." among them; false at the end.
+[[nodiscard]] bool FindNextFileA(Listing* listing, FoundEntry* entry);
+
+} // namespace utf8wrap
