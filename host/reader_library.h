@@ -29,9 +29,9 @@ using PeekTimeCallback = void (*)(void*, const char* name, void*, void*, float* 
 using HeaderCallback = void (*)(const char* name, void*, const int32_t* unit,
                                 const int32_t* grid_capacity, const int32_t* boundary_capacity,
                                 const int32_t* variable_capacity, int32_t* grid_count,
-                                int32_t* node_counts, int32_t* boundary_count,
-                                char* boundary_names, void*, int32_t* variable_count,
-                                char* variable_names, int32_t* error_flag);
+                                int32_t* node_counts, int32_t* boundary_count, char* boundary_names,
+                                void*, int32_t* variable_count, char* variable_names,
+                                int32_t* error_flag);
 using DataCallback = void (*)(const int32_t* unit, const int32_t* grid_number,
                               const int32_t* node_count, float* coords,
                               const int32_t* variable_count, float* values, int32_t* error_flag);

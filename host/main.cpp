@@ -1,0 +1,89 @@
+// The program "fld": shows what FLD files hold, through the reader library.
+
+#include "info.h"
+#include "output.h"
+#include "series_command.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+
+using namespace fld_host;
+
+static constexpr int FAILURE = 1;
+static constexpr int WRONG_USAGE = 2;
+
+struct Options {
+    std::vector<std::string> info_files;
+    std::string series_file;
+    std::string reader;
+    std::string library;
+    bool json = false;
+};
+
+static void add_common_options(CLI::App& command, Options& options)
+{
+    command.add_flag("--json", options.json, "Print JSON");
+    command.add_option("--reader", options.reader,
+                       "The reader to use, by its name, such as \"SC/Tetra [Direct Reader]\"");
+    command.add_option("--library", options.library,
+                       "The reader library (default: fld_reader.so beside this program)");
+}
+
+// Beside the program, wherever it was started from.
+static std::string default_library()
+{
+    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "fld_reader.so")
+        .string();
+}
+
+static int run(const CLI::App& info, const Options& options, FILE* out)
+{
+    Host host(options.library.empty() ? default_library() : options.library);
+    const RegisteredReader* reader =
+        options.reader.empty() ? host.readers().data() : host.find_reader(options.reader);
+    if (!reader) {
+        std::string names;
+        for (const RegisteredReader& known : host.readers()) {
+            names += (names.empty() ? "\"" : ", \"") + known.name + '"';
+        }
+        report(options.reader, "no such reader; there are " + names);
+        return WRONG_USAGE;
+    }
+    const bool done = info.parsed()
+                          ? run_info(host, *reader, options.info_files, options.json, out)
+                          : run_series(host, *reader, options.series_file, options.json, out);
+    return done ? 0 : FAILURE;
+}
+
+int main(int argc, char** argv)
+try {
+    Options options;
+    CLI::App app("Shows what FLD result files hold.", "fld");
+    app.require_subcommand(1);
+    CLI::App* info = app.add_subcommand("info", "Describe the grids and variables of files");
+    info->add_option("FILE", options.info_files, "The files")->required();
+    add_common_options(*info, options);
+    CLI::App* series = app.add_subcommand("series", "List the time series that a file is part of");
+    series->add_option("FILE", options.series_file, "One file of the series")->required();
+    add_common_options(*series, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& problem) {
+        if (problem.get_exit_code() == 0) return app.exit(problem);
+        std::cerr << "fld: " << problem.what() << " (see fld --help)\n";
+        return WRONG_USAGE;
+    }
+
+    FILE* out = claim_standard_output();
+    const int status = run(*info, options, out);
+    if (fclose(out) == 0) return status;
+    report("standard output", strerror(errno));
+    return FAILURE;
+} catch (const std::exception& failure) {
+    std::cerr << "fld: " << failure.what() << '\n';
+    return FAILURE;
+}

@@ -1,0 +1,192 @@
+#include "output.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <sys/ioctl.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace fld_host
+{
+
+// ---- standard output and standard error ----
+
+static bool library_is_mute;
+static bool progress_is_shown;
+
+static std::string printable_lines(std::string_view text)
+{
+    std::string lines;
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = std::min(text.find('\n', start), text.size());
+        lines += printable(text.substr(start, end - start));
+        if (end < text.size()) lines += '\n';
+        start = end + 1;
+    }
+    return lines;
+}
+
+// Where the C library hands over what the reader has printed.
+static ssize_t take_library_message(void*, const char* text, size_t size)
+{
+    if (library_is_mute) return static_cast<ssize_t>(size);
+    clear_progress();
+    const std::string lines = printable_lines({text, size});
+    (void)fwrite(lines.data(), 1, lines.size(), stderr);
+    return static_cast<ssize_t>(size);
+}
+
+FILE* claim_standard_output()
+{
+    const int results = dup(STDOUT_FILENO);
+    FILE* stream = results < 0 ? nullptr : fdopen(results, "w");
+    // For whatever does not print through `stdout`.
+    if (!stream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        throw std::system_error(errno, std::generic_category(), "standard output");
+    }
+    cookie_io_functions_t functions = {};
+    functions.write = take_library_message;
+    FILE* messages = fopencookie(nullptr, "w", functions);
+    if (!messages) throw std::system_error(errno, std::generic_category(), "standard output");
+    setvbuf(messages, nullptr, _IOLBF, BUFSIZ);
+    stdout = messages;
+    return stream;
+}
+
+MuteLibrary::MuteLibrary()
+{
+    (void)fflush(stdout);
+    library_is_mute = true;
+}
+
+MuteLibrary::~MuteLibrary()
+{
+    (void)fflush(stdout);
+    library_is_mute = false;
+}
+
+void report(const std::string& subject, const std::string& what)
+{
+    (void)fflush(stdout);
+    clear_progress();
+    const std::string line = "fld: " + printable(subject) + ": " + printable(what) + '\n';
+    (void)fputs(line.c_str(), stderr);
+}
+
+// ---- progress ----
+
+// Columns of the terminal at standard error, 0 when there is none.
+static size_t terminal_width()
+{
+    winsize size = {};
+    if (!isatty(STDERR_FILENO)) return 0;
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+    return known ? size.ws_col : 80;
+}
+
+static size_t display_width(std::string_view text);
+
+void show_progress(const std::string& text)
+{
+    const size_t width = terminal_width();
+    if (width == 0) return;
+    std::string line = printable(text);
+    // A line that wraps could not be cleared.
+    while (display_width(line) >= width) line.pop_back();
+    (void)fprintf(stderr, "\r\033[K%s", line.c_str());
+    progress_is_shown = true;
+}
+
+void clear_progress()
+{
+    if (progress_is_shown) (void)fputs("\r\033[K", stderr);
+    progress_is_shown = false;
+}
+
+// ---- text ----
+
+static bool is_continuation(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+// The bytes of the printable character that `text` begins with, 0 when it begins with none.
+static size_t printable_length(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first >= 0x20 && first < 0x7F) return 1;
+    const size_t length = first >= 0xC2 && first < 0xE0   ? 2
+                          : first >= 0xE0 && first < 0xF0 ? 3
+                          : first >= 0xF0 && first < 0xF5 ? 4
+                                                          : 0;
+    if (length == 0 || text.size() < length) return 0;
+    if (!std::all_of(text.begin() + 1, text.begin() + static_cast<ptrdiff_t>(length),
+                     is_continuation)) {
+        return 0;
+    }
+    // U+0080 to U+009F are control characters.
+    const auto second = static_cast<unsigned char>(text[1]);
+    return first == 0xC2 && second < 0xA0 ? 0 : length;
+}
+
+std::string printable(std::string_view text)
+{
+    std::string result;
+    while (!text.empty()) {
+        const size_t length = printable_length(text);
+        if (length == 0)
+            result += '?';
+        else
+            result += text.substr(0, length);
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return result;
+}
+
+static size_t display_width(std::string_view text)
+{
+    return text.size() -
+           static_cast<size_t>(std::count_if(text.begin(), text.end(), is_continuation));
+}
+
+std::string grouped(long long number)
+{
+    std::string text = std::to_string(number);
+    const size_t first_digit = number < 0 ? 1 : 0;
+    for (size_t at = text.size(); at > first_digit + 3;) {
+        at -= 3;
+        text.insert(at, 1, ',');
+    }
+    return text;
+}
+
+std::string real_text(float value)
+{
+    std::array<char, 32> text{};
+    (void)snprintf(text.data(), text.size(), "%.6g", static_cast<double>(value));
+    return text.data();
+}
+
+void Table::print(FILE* out, const char* indent) const
+{
+    std::vector<size_t> widths;
+    for (const auto& row : rows_) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t c = 0; c < row.size(); ++c) {
+            widths[c] = std::max(widths[c], display_width(row[c]));
+        }
+    }
+    for (const auto& row : rows_) {
+        std::string line = indent;
+        for (size_t c = 0; c < row.size(); ++c) {
+            const std::string padding(widths[c] - display_width(row[c]), ' ');
+            line += c == 0 ? row[c] + padding : "  " + padding + row[c];
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        (void)fprintf(out, "%s\n", line.c_str());
+    }
+}
+
+} // namespace fld_host

@@ -1,0 +1,45 @@
+// The files of a time series: files of one directory whose names differ only in one number, the
+// digits at the end of the base name (flow0012.fld) or the whole extension (case.0005).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace fld_host
+{
+
+// A numbered name: directory + prefix + digits + suffix give the whole.
+struct SeriesName {
+    std::string directory; // with its last slash; empty when the name has none
+    std::string prefix;
+    std::string digits;
+    std::string suffix;
+};
+
+// None when the name has no number in either form. The base name ends at the first dot that is
+// neither the name's first character nor follows another dot.
+std::optional<SeriesName> split_series_name(const std::string& path);
+
+struct SeriesFile {
+    std::string path;   // the directory as it was given, and the name as listed
+    std::string number; // without leading zeros; any number of digits
+};
+
+// The regular files of the series of `name`, in the order of their numbers. Throws
+// std::filesystem::filesystem_error when the directory cannot be listed.
+std::vector<SeriesFile> list_series(const SeriesName& name);
+
+// Numbers that a series would have if it went on in the steps that most of it is made in.
+struct MissingNumbers {
+    uint64_t first;
+    uint64_t last;
+    uint64_t step;
+    bool operator==(const MissingNumbers&) const = default;
+};
+
+// The gaps of a series in ascending order. Numbers too long for 64 bits are left out of account.
+std::vector<MissingNumbers> missing_numbers(const std::vector<SeriesFile>& series);
+
+} // namespace fld_host
