@@ -26,6 +26,10 @@ void trim_text(char* text, int32_t length);
 // Passes over items of any kind up to and including their end record.
 [[nodiscard]] bool skip_item_list(int32_t unit);
 
+// Whether the rest of the file can hold so many values. Memory is asked for, and touched, only for
+// what the file can back: a count that it cannot back leads to a failed read in any case.
+[[nodiscard]] bool file_can_hold(int32_t unit, int32_t count, int32_t element_size);
+
 // An item of exactly one int32.
 [[nodiscard]] bool read_int_item(int32_t unit, int32_t* value);
 

@@ -10,6 +10,10 @@
 
 #include <cstdint>
 
+// The two kinds of name record that end a grid: the start of another, and the end of them all.
+[[nodiscard]] bool opens_grid(const char* name);
+[[nodiscard]] bool ends_grids(const char* name);
+
 // Walks one grid from the record after the name record that opened it, enters its sections into
 // the dataset's index and gathers its counts and names.
 // `mode`: 0 the file given to the header callback, 1 the grid file that belongs to it.
@@ -32,5 +36,12 @@ extern int32_t results_cursor;
 void begin_lookup(const char* name, int32_t grid);
 
 // Position of the next entry that matches, -1 when there is none.
-[[nodiscard]] int64_t next_grid_section();
-[[nodiscard]] int64_t next_results_section();
+using SectionLookup = int64_t();
+[[nodiscard]] SectionLookup next_grid_section;
+[[nodiscard]] SectionLookup next_results_section;
+
+// Whether the lookup finds no further section; prints when it does.
+[[nodiscard]] bool section_is_alone(SectionLookup* next);
+
+// Whether the file given to the header callback has vector variables for the grid.
+[[nodiscard]] bool grid_has_vectors(int32_t grid);

@@ -1,0 +1,186 @@
+#include "readers/cradle/elements.h"
+
+#include "readers/cradle/dataset_state.h"
+#include "readers/cradle/diagnostics.h"
+#include "readers/cradle/host_services.h"
+#include "readers/cradle/item_reads.h"
+
+#include <algorithm>
+
+constexpr int32_t WALL_FACE = 7; // the host's face flag for a wall; any other face has 0
+constexpr int32_t MAX_NODES = 8;
+constexpr int32_t MAX_FACES = 6;
+
+// ---- element types ----
+
+struct ElementType {
+    int32_t code;
+    int32_t node_count;
+    int32_t face_count;            // 0 for the flat types, which are never created
+    int32_t host_order[MAX_NODES]; // for each host position the position in the file's node list
+    uint32_t faces[MAX_FACES];     // for each face its nodes, bit k for host position k
+    HostCreateCell* create;
+};
+
+static constexpr ElementType element_types[] = {
+    {23, 3, 0, {}, {}, nullptr}, // triangle
+    {24, 4, 0, {}, {}, nullptr}, // quadrilateral
+    {34, 4, 4, {0, 1, 2, 3}, {7, 14, 13, 11}, host_create_tet},
+    {35, 5, 5, {0, 1, 2, 3, 4}, {15, 22, 28, 25, 19}, host_create_pyramid},
+    {36, 6, 5, {0, 3, 4, 1, 5, 2}, {15, 51, 60, 41, 22}, host_create_prism},
+    {38, 8, 6, {0, 1, 3, 2, 4, 5, 7, 6}, {85, 170, 15, 240, 51, 204}, host_create_hex},
+};
+
+static const ElementType* find_element_type(int32_t code)
+{
+    for (const ElementType& type : element_types) {
+        if (type.code == code) return &type;
+    }
+    return nullptr;
+}
+
+// ---- wall faces ----
+
+// A run of wall records; they are sorted by element, so those of one element stand together.
+struct WallRun {
+    const ElementWall* next;
+    const ElementWall* end;
+};
+
+// Passes over the records of earlier elements and gives those of this one. Elements come in
+// ascending order too, so that nothing needs to be searched.
+static WallRun walls_of_element(int32_t element, WallRun* walls)
+{
+    while (walls->next != walls->end && walls->next->element < element) ++walls->next;
+    const ElementWall* end = walls->next;
+    while (end != walls->end && end->element == element) ++end;
+    return {walls->next, end};
+}
+
+// A wall is recognised by its set of nodes, whatever their order.
+static uint32_t match_mask(const int32_t* nodes, int32_t node_count, const ElementWall& wall)
+{
+    uint32_t mask = 0;
+    for (int32_t k = 0; k < node_count; ++k) {
+        if (std::find(wall.nodes, wall.nodes + 4, nodes[k]) != wall.nodes + 4) mask |= 1U << k;
+    }
+    return mask;
+}
+
+static void flag_wall_faces(const ElementType& type, const int32_t* nodes, WallRun walls,
+                            int32_t* face_flags)
+{
+    for (const ElementWall* wall = walls.next; wall != walls.end; ++wall) {
+        const uint32_t mask = match_mask(nodes, type.node_count, *wall);
+        const uint32_t* const end = type.faces + type.face_count;
+        const uint32_t* const face = std::find(type.faces, end, mask);
+        if (face != end) {
+            face_flags[face - type.faces] = WALL_FACE;
+        } else {
+            print_diagnostic("Data reader warning: element wall not found in element.\n");
+        }
+    }
+}
+
+// ---- cells ----
+
+static bool create_cell(const ElementType& type, const int32_t* file_nodes, WallRun walls)
+{
+    if (type.face_count == 0) {
+        if (walls.next == walls.end) return true;
+        print_diagnostic("Data reader error: element has no face count.\n");
+        return false;
+    }
+    int32_t nodes[MAX_NODES];
+    int32_t face_flags[MAX_FACES] = {};
+    for (int32_t k = 0; k < type.node_count; ++k) nodes[k] = file_nodes[type.host_order[k]];
+    flag_wall_faces(type, nodes, walls, face_flags);
+    if (type.create(face_flags, nodes)) return true;
+    print_diagnostic("Data reader error: not enough dynamic memory for cells.\n");
+    return false;
+}
+
+// Node numbers of the file become 1-based. Unsigned, since numbers and bias may be anything.
+static void rebase_nodes(int32_t* nodes, int32_t count)
+{
+    const uint32_t shift = 1U - static_cast<uint32_t>(dataset_state.bias);
+    if (shift == 0) return;
+    for (int32_t i = 0; i < count; ++i) {
+        nodes[i] = static_cast<int32_t>(static_cast<uint32_t>(nodes[i]) + shift);
+    }
+}
+
+static bool create_cells(int32_t element_count, const int32_t* types, const int32_t* materials,
+                         int32_t list_length, const int32_t* node_list, WallRun walls)
+{
+    int32_t position = 0;
+    for (int32_t i = 0; i < element_count; ++i) {
+        const ElementType* type = find_element_type(types[i]);
+        if (!type) {
+            print_diagnostic("FLD file error: element %d has unknown type %d\n", i + 1, types[i]);
+            return false;
+        }
+        if (type->node_count > list_length - position) {
+            print_diagnostic("FLD file error: node list of %d entries is too short for element "
+                             "%d\n",
+                             list_length, i + 1);
+            return false;
+        }
+        const int32_t* const file_nodes = node_list + position;
+        position += type->node_count;
+        if (materials[i] == 0) continue;
+        if (!create_cell(*type, file_nodes, walls_of_element(i, &walls))) return false;
+    }
+    return true;
+}
+
+// ---- sections ----
+
+// One array of the section: passed over in the scan, otherwise into a new array.
+static bool read_array(int32_t unit, bool scan_only, int32_t count, HeapArray<int32_t>* array)
+{
+    return scan_only ? read_int_array_item(unit, count, nullptr)
+                     : read_new_int_array_item(unit, count, array);
+}
+
+bool read_fld_element_materials(int32_t unit, bool scan_only, int32_t* material_count,
+                                HeapArray<int32_t>* materials)
+{
+    *material_count = 0;
+    materials->reset();
+    int32_t not_interpreted = 0;
+    if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, material_count)) {
+        return false;
+    }
+    return read_array(unit, scan_only, *material_count, materials);
+}
+
+bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
+                       const int32_t* materials, int32_t wall_count, const ElementWall* walls)
+{
+    int32_t not_interpreted = 0;
+    int32_t element_count = 0;
+    if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, &element_count)) {
+        return false;
+    }
+    if ((!scan_only || material_count >= 1) && material_count != element_count) {
+        print_diagnostic("Error: element count %d does not match element material count %d\n",
+                         element_count, material_count);
+        return false;
+    }
+    HeapArray<int32_t> types;
+    HeapArray<int32_t> node_list;
+    int32_t list_length = 0;
+    if (!read_array(unit, scan_only, element_count, &types)) return false;
+    if (!read_int_item(unit, &list_length) || list_length < element_count) return false;
+    if (!read_array(unit, scan_only, list_length, &node_list)) return false;
+    if (scan_only) return true;
+
+    if (element_count >= 1 && !materials) {
+        print_diagnostic("Data reader error: element material array is NULL.\n");
+        return false;
+    }
+    rebase_nodes(node_list.get(), list_length);
+    return create_cells(element_count, types.get(), materials, list_length, node_list.get(),
+                        {walls, walls + wall_count});
+}

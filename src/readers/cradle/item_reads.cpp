@@ -1,0 +1,308 @@
+#include "readers/cradle/item_reads.h"
+
+#include "readers/cradle/dataset_state.h"
+#include "readers/cradle/diagnostics.h"
+#include "ui/util/nzn_io.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <limits>
+
+constexpr int32_t ANY_LENGTH_NAMES = -1; // the name length of a section whose names carry their own
+constexpr int32_t TOLERANT_LENGTH = 32;  // a text of this length may come short
+
+struct ItemDescriptor {
+    int32_t element_size; // bytes: 1 characters, 4 int32 or float32, 8 float64
+    int32_t per_record;   // elements in a full data record
+    int32_t record_count;
+};
+
+// ---- messages ----
+
+void print_no_memory_for_items(int32_t count)
+{
+    print_diagnostic("FLD file error: not enough dynamic memory for %d items\n", count);
+}
+
+static void print_no_memory_for_characters(int32_t count)
+{
+    print_diagnostic("FLD file error: not enough dynamic memory for %d characters\n", count);
+}
+
+// ---- text ----
+
+// White space as the file's writers pad with it, whatever locale the host has set.
+static bool is_padding(char c)
+{
+    return c == '\0' || c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+void trim_text(char* text, int32_t length)
+{
+    int32_t kept = length;
+    while (kept > 0 && is_padding(text[kept - 1])) --kept;
+    text[kept] = '\0';
+}
+
+bool read_name_record(int32_t unit, char (&name)[33])
+{
+    if (nzn_begin_record(unit) != NZN_OK || nzn_read_chars(unit, 32, name) != NZN_OK) return false;
+    trim_text(name, 32);
+    return true;
+}
+
+// ---- descriptors and the walk over data records ----
+
+bool read_item_descriptor(int32_t unit, int32_t* element_size, int32_t* per_record,
+                          int32_t* record_count)
+{
+    int32_t values[3];
+    if (nzn_begin_record(unit) != NZN_OK || nzn_read_int32(unit, 3, values) != NZN_OK) return false;
+    *element_size = values[0];
+    *per_record = values[1];
+    *record_count = values[2];
+    return true;
+}
+
+static bool read_item_descriptor(int32_t unit, ItemDescriptor* item)
+{
+    return read_item_descriptor(unit, &item->element_size, &item->per_record, &item->record_count);
+}
+
+static bool is_end(const ItemDescriptor& item)
+{
+    return item.element_size == 0 && item.per_record == 0 && item.record_count == 0;
+}
+
+bool read_item_end(int32_t unit)
+{
+    ItemDescriptor item{};
+    return read_item_descriptor(unit, &item) && is_end(item);
+}
+
+bool skip_item_list(int32_t unit)
+{
+    ItemDescriptor item{};
+    while (read_item_descriptor(unit, &item)) {
+        if (is_end(item)) return true;
+        for (int32_t record = 0; record < item.record_count; ++record) {
+            if (nzn_skip_record(unit) != NZN_OK) return false;
+        }
+    }
+    return false;
+}
+
+// Whether the descriptor can be that of an array of `count` values. An array of none still has one
+// record, and its element size means nothing.
+static bool shape_fits(const ItemDescriptor& item, int32_t count)
+{
+    if (count == 0) return item.per_record >= 0 && item.record_count == 1;
+    return item.per_record >= 1 && item.record_count >= 1 && item.record_count <= count;
+}
+
+// Begins the item's data records in turn. take(at, n) reads or passes over the n values of one
+// record, `at` values after the item's first, and gives the status. `gathered` receives how many
+// values the records held, at most `count`.
+template <class Take> static bool walk_data_records(int32_t unit, const ItemDescriptor& item,
+                                                    int32_t count, int32_t* gathered, Take take)
+{
+    *gathered = 0;
+    for (int32_t record = 0; record < item.record_count; ++record) {
+        const int32_t n = std::min(count - *gathered, item.per_record);
+        if (nzn_begin_record(unit) != NZN_OK || take(*gathered, n) != NZN_OK) return false;
+        *gathered += n;
+    }
+    return true;
+}
+
+bool file_can_hold(int32_t unit, int32_t count, int32_t element_size)
+{
+    return static_cast<int64_t>(count) * element_size <= nzn_bytes_left(unit);
+}
+
+// ---- integers ----
+
+bool read_int_item(int32_t unit, int32_t* value)
+{
+    ItemDescriptor item{};
+    if (!read_item_descriptor(unit, &item)) return false;
+    if (item.element_size != 4 || item.per_record != 1 || item.record_count != 1) return false;
+    return nzn_begin_record(unit) == NZN_OK && nzn_read_int32(unit, 1, value) == NZN_OK;
+}
+
+bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage)
+{
+    ItemDescriptor item{};
+    if (count < 0 || !read_item_descriptor(unit, &item)) return false;
+    if (!shape_fits(item, count) || (count > 0 && item.element_size != 4)) return false;
+    int32_t gathered = 0;
+    const auto take = [&](int32_t at, int32_t n) {
+        return storage ? nzn_read_int32(unit, n, storage + at)
+                       : nzn_skip_bytes(unit, static_cast<int64_t>(n) * 4);
+    };
+    return walk_data_records(unit, item, count, &gathered, take) && gathered == count;
+}
+
+bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array)
+{
+    if (count < 0 || !file_can_hold(unit, count, sizeof(int32_t))) return false;
+    *array = heap_array<int32_t>(count);
+    if (!*array) {
+        print_no_memory_for_items(count);
+        return false;
+    }
+    return read_int_array_item(unit, count, array->get());
+}
+
+// ---- characters ----
+
+// Reads characters into `to`, or reads them past when that is null.
+static int32_t take_chars(int32_t unit, int32_t count, char* to)
+{
+    if (to) return nzn_read_chars(unit, count, to);
+    char passed[4096];
+    for (int32_t left = count; left > 0;) {
+        const int32_t n = std::min<int32_t>(left, sizeof passed);
+        const int32_t status = nzn_read_chars(unit, n, passed);
+        if (status != NZN_OK) return status;
+        left -= n;
+    }
+    return NZN_OK;
+}
+
+bool read_fixed_string_item(int32_t unit, int32_t length, HeapArray<char>* text)
+{
+    if (!text) return false;
+    text->reset();
+    if (length < 0) return false;
+    // Without storage the walk below still finds what is wrong; it cannot end well, since the file
+    // does not hold the characters.
+    const bool stored = length <= TOLERANT_LENGTH || file_can_hold(unit, length, 1);
+    if (stored) {
+        *text = heap_array<char>(int64_t{length} + 1);
+        if (!*text) {
+            print_no_memory_for_characters(length);
+            return false;
+        }
+        memset(text->get(), ' ', static_cast<size_t>(length) + 1);
+    }
+
+    ItemDescriptor item{};
+    if (!read_item_descriptor(unit, &item) || item.per_record < 0) return false;
+    if (length > 0 ? item.element_size != 1 || item.record_count < 1 || item.record_count > length
+                   : item.record_count != 1) {
+        return false;
+    }
+    if (length > 0 && item.per_record == 0) {
+        if (nzn_skip_record(unit) != NZN_OK) return false;
+        if (!stored) print_no_memory_for_characters(length);
+        return stored;
+    }
+    int32_t gathered = 0;
+    const auto take = [&](int32_t at, int32_t n) {
+        return take_chars(unit, n, stored ? text->get() + at : nullptr);
+    };
+    if (!walk_data_records(unit, item, length, &gathered, take)) return false;
+    if (gathered == length || length == TOLERANT_LENGTH) return stored;
+    print_diagnostic("Data reader error: expected %d characters, got %d\n", length, gathered);
+    return false;
+}
+
+bool read_string_item(int32_t unit, HeapArray<char>* text)
+{
+    if (!text) return false;
+    text->reset();
+    ItemDescriptor item{};
+    if (!read_item_descriptor(unit, &item)) return false;
+    if (item.element_size != 1 || item.per_record < 0 || item.record_count < 1) return false;
+    const int64_t total = static_cast<int64_t>(item.per_record) * item.record_count;
+    if (total > INT32_MAX) return false;
+    const auto length = static_cast<int32_t>(total);
+    if (!file_can_hold(unit, length, 1)) return false;
+    *text = heap_array<char>(total + 1);
+    if (!*text) {
+        print_no_memory_for_characters(length);
+        return false;
+    }
+    int32_t gathered = 0;
+    const auto take = [&](int32_t at, int32_t n) {
+        return nzn_read_chars(unit, n, text->get() + at);
+    };
+    if (!walk_data_records(unit, item, length, &gathered, take)) return false;
+    trim_text(text->get(), length);
+    return true;
+}
+
+bool read_region_name(int32_t unit, int32_t name_length, HeapArray<char>* name)
+{
+    if (name_length == ANY_LENGTH_NAMES) return read_string_item(unit, name);
+    if (!read_fixed_string_item(unit, name_length, name)) return false;
+    trim_text(name->get(), name_length);
+    return true;
+}
+
+// ---- reals ----
+
+// Replaces every value that is, bit for bit, the marker of an undefined one. A marker of 0 marks
+// nothing.
+template <class Real> static void map_unused(Real* values, int32_t count, Real unused)
+{
+    using Bits = std::conditional_t<sizeof(Real) == 4, uint32_t, uint64_t>;
+    if (unused == 0) return;
+    const Bits marker = std::bit_cast<Bits>(unused);
+    for (int32_t i = 0; i < count; ++i) {
+        if (std::bit_cast<Bits>(values[i]) == marker) {
+            values[i] = std::numeric_limits<Real>::infinity();
+        }
+    }
+}
+
+// Places a new array for `count` reals; prints when its memory cannot be had.
+template <class Real> static bool place_array(int32_t unit, int32_t count, Real** array)
+{
+    if (!file_can_hold(unit, count, sizeof(Real))) return false;
+    *array = heap_array<Real>(count).release();
+    if (!*array) print_no_memory_for_items(count);
+    return *array != nullptr;
+}
+
+bool read_real_array_item(int32_t unit, int32_t count, float** floats, double** doubles)
+{
+    if (doubles) *doubles = nullptr;
+    ItemDescriptor item{};
+    if (count < 0 || !read_item_descriptor(unit, &item)) return false;
+    const bool size_fits = item.element_size == 4 || item.element_size == 8;
+    if (!shape_fits(item, count) || (count > 0 && !size_fits)) return false;
+    if (item.element_size == 4 && floats && !*floats && !place_array(unit, count, floats)) {
+        return false;
+    }
+    if (item.element_size == 8 && doubles && !place_array(unit, count, doubles)) return false;
+
+    float* const singles = floats ? *floats : nullptr;
+    double* const wides = doubles ? *doubles : nullptr;
+    int32_t gathered = 0;
+    const auto take = [&](int32_t at, int32_t n) {
+        if (wides) return nzn_read_float64(unit, n, wides + at);
+        if (singles) return nzn_read_float32(unit, n, singles + at);
+        return nzn_skip_bytes(unit, static_cast<int64_t>(n) * item.element_size);
+    };
+    if (!walk_data_records(unit, item, count, &gathered, take) || gathered != count) return false;
+    if (wides) {
+        map_unused(wides, count, dataset_state.unused_double);
+    } else if (singles) {
+        map_unused(singles, count, dataset_state.unused_float);
+    }
+    return true;
+}
+
+bool read_real_values(int32_t unit, int32_t count, float* values)
+{
+    if (!values) return read_real_array_item(unit, count, nullptr, nullptr);
+    double* wide_values = nullptr;
+    const bool complete = read_real_array_item(unit, count, &values, &wide_values);
+    const HeapArray<double> wide(wide_values);
+    if (!complete) return false;
+    for (int32_t i = 0; wide && i < count; ++i) values[i] = static_cast<float>(wide[i]);
+    return true;
+}

@@ -1,0 +1,221 @@
+#include "readers/cradle/time_series_names_S.h"
+
+#include "ui/util/utf8wrap.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <regex.h>
+
+constexpr size_t TEXT_SIZE = 256; // every name, path, pattern and expression: 255 characters
+
+TimeSeriesEntry TimeSeriesTable[MAX_SERIES_FILES];
+
+// ---- names ----
+
+enum class SeriesForm {
+    numbered_base,     // flow0012.fld: prefix "flow", extension ".fld"
+    numbered_extension // case.0005: prefix "case", no extension
+};
+
+struct SeriesName {
+    char directory[TEXT_SIZE]; // with its separator; empty for the current directory
+    char prefix[TEXT_SIZE];
+    char extension[TEXT_SIZE]; // with its dot
+    SeriesForm form;
+    char digits[TEXT_SIZE]; // the number as written
+};
+
+static bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+static void copy_text(const char* from, const char* end, char (&to)[TEXT_SIZE])
+{
+    const auto length = static_cast<size_t>(end - from);
+    memcpy(to, from, length);
+    to[length] = '\0';
+}
+
+// The first dot that neither begins the component nor follows another dot; its end without one.
+static const char* find_extension(const char* component)
+{
+    for (const char* c = component; *c != '\0'; ++c) {
+        if (*c == '.' && c != component && c[-1] != '.') return c;
+    }
+    return component + strlen(component);
+}
+
+// False for a name without a number, or one that is too long.
+static bool split_series_name(const char* name, SeriesName* split)
+{
+    const size_t length = strnlen(name, TEXT_SIZE);
+    if (length >= TEXT_SIZE) return false;
+    const char* const end = name + length;
+    const char* component = end;
+    while (component != name && !strchr("/\\:", component[-1])) --component;
+    const char* const extension = find_extension(component);
+    if (extension == component) return false;
+    copy_text(name, component, split->directory);
+
+    const char* base_digits = extension;
+    while (base_digits != component && is_digit(base_digits[-1])) --base_digits;
+    if (base_digits != extension) {
+        split->form = SeriesForm::numbered_base;
+        copy_text(component, base_digits, split->prefix);
+        copy_text(base_digits, extension, split->digits);
+        copy_text(extension, end, split->extension);
+        return true;
+    }
+    if (end - extension < 2 || !std::all_of(extension + 1, end, is_digit)) return false;
+    split->form = SeriesForm::numbered_extension;
+    copy_text(component, extension, split->prefix);
+    copy_text(extension + 1, end, split->digits);
+    split->extension[0] = '\0';
+    return true;
+}
+
+// The value of a run of digits; larger numbers than an int32 holds all count as its largest.
+static int32_t series_number(const char* digits)
+{
+    int64_t value = 0;
+    for (; *digits != '\0'; ++digits) {
+        value = std::min<int64_t>(value * 10 + (*digits - '0'), INT32_MAX);
+    }
+    return static_cast<int32_t>(value);
+}
+
+static char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+static bool equal_ignoring_case(const char* a, const char* b)
+{
+    while (*a != '\0' && lower(*a) == lower(*b)) {
+        ++a;
+        ++b;
+    }
+    return lower(*a) == lower(*b);
+}
+
+// ---- expressions ----
+
+static void print_series_error(const char* what, const char* text)
+{
+    (void)fprintf(stderr, "\n***ERROR: %s \"%s\"\n", what, text);
+}
+
+// A compiled expression, released when it goes out of scope.
+struct Expression {
+    regex_t compiled{};
+    bool is_compiled = false;
+
+    Expression() = default;
+    Expression(const Expression&) = delete;
+    Expression& operator=(const Expression&) = delete;
+    ~Expression()
+    {
+        if (is_compiled) regfree(&compiled);
+    }
+};
+
+// The names of a series: prefix and extension as they are, a number between them. What stands in
+// them for something else in a regular expression keeps that meaning.
+static bool compile_expression(const SeriesName& name, Expression* expression)
+{
+    char text[3 * TEXT_SIZE];
+    if (name.form == SeriesForm::numbered_extension) {
+        (void)snprintf(text, sizeof text, "^%s\\.[0-9][0-9]*$", name.prefix);
+    } else if (name.extension[0] != '\0') {
+        (void)snprintf(text, sizeof text, "^%s[0-9][0-9]*\\%s$", name.prefix, name.extension);
+    } else {
+        (void)snprintf(text, sizeof text, "^%s[0-9][0-9]*$", name.prefix);
+    }
+    expression->is_compiled = strlen(text) < TEXT_SIZE &&
+                              regcomp(&expression->compiled, text, REG_EXTENDED | REG_NOSUB) == 0;
+    if (!expression->is_compiled) print_series_error("regcmp error", text);
+    return expression->is_compiled;
+}
+
+// ---- the table ----
+
+// Ends the process when there is no memory for the path: the series could only be shown with a
+// hole in it.
+static void add_file(const char* path, int32_t number, int32_t* count)
+{
+    const size_t size = strlen(path) + 1;
+    TimeSeriesEntry& entry = TimeSeriesTable[*count];
+    entry.path = heap_array<char>(static_cast<int64_t>(size));
+    if (!entry.path) {
+        (void)fprintf(stderr, "ERROR: %s - file \"%s\" line %d\n", "Out of memory",
+                      "src/readers/cradle/time_series_names_S", 519);
+        exit(1);
+    }
+    memcpy(entry.path.get(), path, size);
+    entry.number = number;
+    ++*count;
+}
+
+// A listed entry joins the table when it is a regular file of the series; false when the table is
+// full.
+static bool take_entry(const SeriesName& given, const Expression& expression, const char* file_name,
+                       int32_t* count)
+{
+    char path[2 * TEXT_SIZE];
+    (void)snprintf(path, sizeof path, "%s%s", given.directory, file_name);
+    utf8wrap::FileStatus status{};
+    if (strlen(path) >= TEXT_SIZE || utf8wrap::_stat64(path, &status) != 0) return true;
+    if (!status.is_regular) return true;
+    if (regexec(&expression.compiled, file_name, 0, nullptr, 0) != 0) return true;
+    if (*count >= MAX_SERIES_FILES) return false;
+    // A character of the prefix that an expression reads as something else can let a name through
+    // that is not numbered in the same way; such a name has no number here.
+    SeriesName found{};
+    if (!split_series_name(file_name, &found) || found.form != given.form) return true;
+    add_file(path, series_number(found.digits), count);
+    return true;
+}
+
+// False when the directory cannot be listed.
+static bool list_series(const SeriesName& given, const Expression& expression, int32_t* count)
+{
+    char pattern[TEXT_SIZE + 2];
+    (void)snprintf(pattern, sizeof pattern, "%s?*", given.directory);
+    utf8wrap::Listing listing;
+    utf8wrap::FoundEntry entry{};
+    bool more = strlen(pattern) < TEXT_SIZE && utf8wrap::FindFirstFileA(pattern, &listing, &entry);
+    if (!more) {
+        print_series_error("Can't open dir", given.directory);
+        return false;
+    }
+    while (more && take_entry(given, expression, entry.name, count)) {
+        more = utf8wrap::FindNextFileA(&listing, &entry);
+    }
+    return true;
+}
+
+static int32_t compare_series_numbers(const TimeSeriesEntry& a, const TimeSeriesEntry& b)
+{
+    if (a.number != b.number) return a.number < b.number ? -1 : 1;
+    return 0;
+}
+
+int32_t time_series_names_S(const char* name, int32_t* index)
+{
+    *index = -1;
+    int32_t count = 0;
+    SeriesName given{};
+    Expression expression;
+    if (!split_series_name(name, &given) || !compile_expression(given, &expression)) return 0;
+    if (!list_series(given, expression, &count)) return 0;
+    std::sort(TimeSeriesTable, TimeSeriesTable + count,
+              [](const TimeSeriesEntry& a, const TimeSeriesEntry& b) {
+                  return compare_series_numbers(a, b) < 0;
+              });
+    for (int32_t row = 0; row < count && *index < 0; ++row) {
+        if (equal_ignoring_case(name, TimeSeriesTable[row].path.get())) *index = row;
+    }
+    return count;
+}
