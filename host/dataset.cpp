@@ -276,7 +276,9 @@ Dataset::Dataset(Host& host, const RegisteredReader& reader, const std::string& 
     const int32_t scanned = host_.services_.scanned_files;
     if (!opened) {
         close();
-        throw DatasetError("cannot be opened", scanned > 0);
+        DatasetError failure("cannot be opened");
+        failure.scanned = scanned > 0;
+        throw failure;
     }
     // A file without a grid of its own is opened together with the file that has it.
     results_only_ = scanned > 1;
@@ -304,16 +306,16 @@ void Dataset::read_grid(int32_t number, GridSink& sink, NodeData& data)
         coords = data.coords.prepare(3 * nodes);
         values = data.values.prepare(static_cast<size_t>(variable_count_) * nodes);
     } catch (const std::bad_alloc&) {
-        throw DatasetError(failure + ": not enough memory for " + std::to_string(node_count) +
-                           " nodes with " + std::to_string(variable_count_) + " variables");
+        throw DatasetError(failure, "not enough memory for " + std::to_string(node_count) +
+                                        " nodes with " + std::to_string(variable_count_) +
+                                        " variables");
     }
     int32_t error_flag = 1;
     host_.services_.begin_grid(sink, node_count, static_cast<int32_t>(boundaries_.size()));
     reader_.read_data(&DATASET_UNIT, &number, &node_count, coords, &variable_count_, values,
                       &error_flag);
     const std::string problem = host_.services_.end_grid();
-    if (!problem.empty()) throw DatasetError(failure + ": " + problem);
-    if (error_flag != 0) throw DatasetError(failure);
+    if (!problem.empty() || error_flag != 0) throw DatasetError(failure, problem);
 }
 
 } // namespace fld_host

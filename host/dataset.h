@@ -96,19 +96,23 @@ struct Capacities {
     int32_t variables = 8192;
 };
 
-// A failure of the reader, or of what it handed over, in one line.
+// What could not be done, and why when the host knows it, in one line. Where the host does not, the
+// reader may have said it in a message.
 class DatasetError : public std::runtime_error
 {
 public:
-    // `scanned` tells whether the file itself could be read from end to end.
-    explicit DatasetError(const std::string& what, bool scanned = false)
-        : std::runtime_error(what), scanned_(scanned)
+    explicit DatasetError(const std::string& failure, const std::string& reason = "")
+        : std::runtime_error(reason.empty() ? failure : failure + ": " + reason),
+          has_reason_(!reason.empty())
     {
     }
-    [[nodiscard]] bool scanned() const { return scanned_; }
+    [[nodiscard]] bool has_reason() const { return has_reason_; }
+
+    // Whether the reader nevertheless read the file from end to end when it was to open it.
+    bool scanned = false;
 
 private:
-    bool scanned_;
+    bool has_reason_;
 };
 
 // What a grid has at its nodes: three planes of coordinates, one plane for each variable.

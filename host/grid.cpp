@@ -176,8 +176,9 @@ ValueRange value_range(const float* values, size_t count)
     for (const uint32_t defined : lanes.defined) range.defined += defined;
     range.undefined = static_cast<int64_t>(count) - range.defined;
     if (range.defined == 0) return range;
-    range.minimum = *std::min_element(std::begin(lanes.minimum), std::end(lanes.minimum));
-    range.maximum = *std::max_element(std::begin(lanes.maximum), std::end(lanes.maximum));
+    // Adding 0 makes a negative zero, which would only puzzle, a plain one.
+    range.minimum = *std::min_element(std::begin(lanes.minimum), std::end(lanes.minimum)) + 0.0F;
+    range.maximum = *std::max_element(std::begin(lanes.maximum), std::end(lanes.maximum)) + 0.0F;
     return range;
 }
 

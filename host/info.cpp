@@ -70,6 +70,15 @@ static GridInfo read_grid_info(Dataset& dataset, int32_t number, NodeData& data)
     return info;
 }
 
+// The failure in one line. A reader that is silent about it has found the file not to go on as it
+// began.
+static std::string failure_text(const DatasetError& failure, size_t messages_before)
+{
+    const std::string text = failure.what();
+    if (failure.has_reason() || library_messages() > messages_before) return text;
+    return text + ": the reader gave no reason, the file may be cut short or damaged";
+}
+
 static void read_grids(Dataset& dataset, const std::string& name, FileInfo& info)
 {
     NodeData data;
@@ -77,13 +86,14 @@ static void read_grids(Dataset& dataset, const std::string& name, FileInfo& info
     for (int32_t number = 1; number <= count; ++number) {
         show_progress("reading " + name + ": grid " + std::to_string(number) + " of " +
                       std::to_string(count));
+        const size_t messages = library_messages();
         try {
             info.grids.push_back(read_grid_info(dataset, number, data));
             info.delivered_bytes += delivered_bytes(info.grids.back(), dataset.variable_count());
         } catch (const DatasetError& failure) {
             GridInfo& grid = info.grids.emplace_back();
             grid.number = number;
-            grid.error = failure.what();
+            grid.error = failure_text(failure, messages);
             info.errors.push_back(grid.error);
             report(info.file, grid.error);
         }
@@ -110,6 +120,7 @@ static FileInfo read_file_info(Host& host, const RegisteredReader& reader, const
     if (!failed) info.bytes = bytes;
     const std::string name = std::filesystem::path(file).filename().string();
     show_progress("reading " + name + ": looking for grids");
+    const size_t messages = library_messages();
     try {
         Dataset dataset(host, reader, file);
         info.time = host.peek_time(file);
@@ -121,8 +132,8 @@ static FileInfo read_file_info(Host& host, const RegisteredReader& reader, const
         check_name_count("variables", dataset.variable_count(), info.variable_names.size(), info);
         read_grids(dataset, name, info);
     } catch (const DatasetError& failure) {
-        info.errors.emplace_back(failure.what());
-        report(file, failure.what());
+        info.errors.push_back(failure_text(failure, messages));
+        report(file, info.errors.back());
     }
     (void)fflush(stdout);
     clear_progress();
@@ -163,7 +174,7 @@ static void print_grid_size(const GridInfo& grid, FILE* out)
         if (grid.cells[shape] == 0) continue;
         table.add({std::string("  ") + shape_names[shape], grouped(grid.cells[shape])});
     }
-    table.add({"wall faces of cells", grouped(grid.flagged_faces)});
+    table.add({"flagged cell faces", grouped(grid.flagged_faces)});
     table.print(out, "    ");
 }
 

@@ -5,11 +5,8 @@
 #include "series_command.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <sstream>
 
 using namespace fld_host;
 
@@ -80,8 +77,9 @@ try {
 
     FILE* out = claim_standard_output();
     const int status = run(*info, options, out);
-    if (fclose(out) == 0) return status;
-    report("standard output", strerror(errno));
+    const bool written = ferror(out) == 0;
+    if (fclose(out) == 0 && written) return status;
+    report("standard output", "cannot be written");
     return FAILURE;
 } catch (const std::exception& failure) {
     std::cerr << "fld: " << failure.what() << '\n';

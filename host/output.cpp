@@ -14,6 +14,7 @@ namespace fld_host
 // ---- standard output and standard error ----
 
 static bool library_is_mute;
+static size_t message_count;
 static bool progress_is_shown;
 
 static std::string printable_lines(std::string_view text)
@@ -32,6 +33,7 @@ static std::string printable_lines(std::string_view text)
 static ssize_t take_library_message(void*, const char* text, size_t size)
 {
     if (library_is_mute) return static_cast<ssize_t>(size);
+    ++message_count;
     clear_progress();
     const std::string lines = printable_lines({text, size});
     (void)fwrite(lines.data(), 1, lines.size(), stderr);
@@ -53,6 +55,12 @@ FILE* claim_standard_output()
     setvbuf(messages, nullptr, _IOLBF, BUFSIZ);
     stdout = messages;
     return stream;
+}
+
+size_t library_messages()
+{
+    (void)fflush(stdout);
+    return message_count;
 }
 
 MuteLibrary::MuteLibrary()

@@ -1,6 +1,7 @@
 // What the program says: results on standard output, everything else on standard error.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@ namespace fld_host
 // Takes standard output for the program's results. The reader library prints its messages on the
 // process's `stdout`; from now on those go to standard error.
 FILE* claim_standard_output();
+
+// How many times the reader library has printed something.
+size_t library_messages();
 
 // While one lives, the messages of the reader library are dropped.
 class MuteLibrary

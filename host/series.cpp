@@ -87,16 +87,18 @@ static std::vector<uint64_t> series_numbers(const std::vector<SeriesFile>& serie
     return numbers;
 }
 
-// The most frequent distance of neighbours, the smallest of those that are equally frequent; 0
+// The most frequent distance of neighbours, the earliest of those that are equally frequent; 0
 // when there are no neighbours.
 static uint64_t usual_step(const std::vector<uint64_t>& numbers)
 {
     std::map<uint64_t, size_t> frequency;
     for (size_t i = 1; i < numbers.size(); ++i) ++frequency[numbers[i] - numbers[i - 1]];
-    const auto usual =
-        std::max_element(frequency.begin(), frequency.end(),
-                         [](const auto& a, const auto& b) { return a.second < b.second; });
-    return usual == frequency.end() ? 0 : usual->first;
+    uint64_t usual = 0;
+    for (size_t i = 1; i < numbers.size(); ++i) {
+        const uint64_t distance = numbers[i] - numbers[i - 1];
+        if (usual == 0 || frequency[distance] > frequency[usual]) usual = distance;
+    }
+    return usual;
 }
 
 std::vector<MissingNumbers> missing_numbers(const std::vector<SeriesFile>& series)

@@ -45,7 +45,7 @@ static std::optional<bool> holds_grid(Host& host, const RegisteredReader& reader
         const Dataset dataset(host, reader, "/dev/stdin");
         return true;
     } catch (const DatasetError& failure) {
-        return failure.scanned() ? std::optional(false) : std::nullopt;
+        return failure.scanned ? std::optional(false) : std::nullopt;
     }
 }
 
