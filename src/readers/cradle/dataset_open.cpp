@@ -311,7 +311,8 @@ static bool read_time_step_header(float* time)
     return read_fld_header(TIME_STEP_UNIT, &bias, time, &unused_float, &unused_double);
 }
 
-void fld_peek_time(void*, const char* name, void*, void*, float* time, int32_t* error_flag)
+void fld_peek_time(void* /*unused*/, const char* name, void* /*unused*/, void* /*unused*/,
+                   float* time, int32_t* error_flag)
 {
     *time = 0;
     *error_flag = 1;
@@ -455,11 +456,11 @@ static bool open_dataset(const char* name, int32_t unit, int32_t grid_capacity, 
                                 lists.boundary_names);
 }
 
-void fld_read_header(const char* name, void*, const int32_t* unit, const int32_t* grid_capacity,
-                     const int32_t* boundary_capacity, const int32_t* variable_capacity,
-                     int32_t* grid_count, int32_t* node_counts, int32_t* boundary_count,
-                     char* boundary_names, void*, int32_t* variable_count, char* variable_names,
-                     int32_t* error_flag)
+void fld_read_header(const char* name, void* /*unused*/, const int32_t* unit,
+                     const int32_t* grid_capacity, const int32_t* boundary_capacity,
+                     const int32_t* variable_capacity, int32_t* grid_count, int32_t* node_counts,
+                     int32_t* boundary_count, char* boundary_names, void* /*unused*/,
+                     int32_t* variable_count, char* variable_names, int32_t* error_flag)
 {
     const int32_t grids = std::max(*grid_capacity, 0);
     const int32_t variables = std::max(*variable_capacity, 0);

@@ -10,7 +10,11 @@ struct FreeHeap {
     void operator()(void* p) const { std::free(p); }
 };
 
-template <class T> using HeapArray = std::unique_ptr<T[], FreeHeap>;
+// Indexed by the signed counts of the format.
+template <class T> struct HeapArray : std::unique_ptr<T[], FreeHeap> {
+    using std::unique_ptr<T[], FreeHeap>::unique_ptr;
+    T& operator[](int64_t i) const { return this->get()[i]; }
+};
 
 // At least one element, so that "nothing to hold" and "could not be had" differ; null when the
 // memory cannot be had or the size wraps. The elements are not touched.

@@ -30,30 +30,30 @@ struct Scan {
     VariableSection* variable_sections;
 };
 
-static bool scan_coordinate_system(const Scan& scan, const char*)
+static bool scan_coordinate_system(const Scan& scan, const char* /*name*/)
 {
     int32_t code = 0;
     return read_coordinate_system(scan.unit, &code) && check_coordinate_system(code);
 }
 
-static bool scan_elements(const Scan& scan, const char*)
+static bool scan_elements(const Scan& scan, const char* /*name*/)
 {
     return read_fld_elements(scan.unit, true, 0, nullptr, 0, nullptr);
 }
 
-static bool scan_element_materials(const Scan& scan, const char*)
+static bool scan_element_materials(const Scan& scan, const char* /*name*/)
 {
     int32_t material_count = 0;
     HeapArray<int32_t> materials;
     return read_fld_element_materials(scan.unit, true, &material_count, &materials);
 }
 
-static bool scan_nodes(const Scan& scan, const char*)
+static bool scan_nodes(const Scan& scan, const char* /*name*/)
 {
     return read_fld_nodes(scan.unit, true, 0, scan.node_count, nullptr, nullptr);
 }
 
-static bool scan_region_names(const Scan& scan, const char*)
+static bool scan_region_names(const Scan& scan, const char* /*name*/)
 {
     if (!dataset_state.wall_region_counts) {
         print_diagnostic("Data reader error: not enough dynamic memory for walls.\n");
@@ -63,7 +63,8 @@ static bool scan_region_names(const Scan& scan, const char*)
                                  nullptr, 0);
 }
 
-template <SurfaceGeometryReader* read> static bool scan_surfaces(const Scan& scan, const char*)
+template <SurfaceGeometryReader* read>
+static bool scan_surfaces(const Scan& scan, const char* /*name*/)
 {
     if (!dataset_state.faces_per_grid) {
         print_diagnostic("Data reader error: not enough dynamic memory for face count.\n");
@@ -74,7 +75,7 @@ template <SurfaceGeometryReader* read> static bool scan_surfaces(const Scan& sca
                 &dataset_state.faces_per_grid[scan.grid], 0, nullptr, &wall_count, nullptr, 0);
 }
 
-template <bool (*read)(int32_t)> static bool scan_whole(const Scan& scan, const char*)
+template <bool (*read)(int32_t)> static bool scan_whole(const Scan& scan, const char* /*name*/)
 {
     return read(scan.unit);
 }
@@ -114,7 +115,7 @@ static bool scan_vector(const Scan& scan, const char* name)
 }
 
 // The meaning of its three integers is not known.
-static bool scan_stream_coc(const Scan& scan, const char*)
+static bool scan_stream_coc(const Scan& scan, const char* /*name*/)
 {
     int32_t not_interpreted = 0;
     return read_int_item(scan.unit, &not_interpreted) && read_int_array_item(scan.unit, 3, nullptr);
