@@ -92,7 +92,7 @@ private:
 // How much a host can take.
 struct Capacities {
     int32_t grids = 1024;
-    int32_t boundaries = 4096;
+    int32_t boundaries = 16384;
     int32_t variables = 8192;
 };
 

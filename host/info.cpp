@@ -105,8 +105,9 @@ static void read_grids(Dataset& dataset, const std::string& name, FileInfo& info
 static void check_name_count(const char* what, int32_t count, size_t names, FileInfo& info)
 {
     if (static_cast<size_t>(count) <= names) return;
-    info.errors.push_back("the reader found " + grouped(count) + ' ' + what + ", the list of " +
-                          grouped(static_cast<long long>(names)) + " is not complete");
+    info.errors.push_back("the reader found " + grouped(count) + ' ' + what +
+                          ", but the list has room for " + grouped(static_cast<long long>(names)) +
+                          " only");
     report(info.file, info.errors.back());
 }
 
