@@ -5,7 +5,6 @@
 #include "series.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
 #include <optional>
@@ -39,10 +38,12 @@ static bool put_on_standard_input(const std::string& path)
 static std::optional<bool> holds_grid(Host& host, const RegisteredReader& reader,
                                       const std::string& path)
 {
+    // Names are counted also where there is no room for them; a long series is quicker without.
+    static constexpr Capacities no_names{.boundaries = 1, .variables = 1};
     if (!put_on_standard_input(path)) return std::nullopt;
     const MuteLibrary mute;
     try {
-        const Dataset dataset(host, reader, "/dev/stdin");
+        const Dataset dataset(host, reader, "/dev/stdin", no_names);
         return true;
     } catch (const DatasetError& failure) {
         return failure.scanned ? std::optional(false) : std::nullopt;
