@@ -6,7 +6,7 @@
 static bool skip_name(int32_t unit, int32_t name_length)
 {
     HeapArray<char> name;
-    return read_fixed_string_item(unit, name_length, &name);
+    return read_text_item(unit, name_length, &name);
 }
 
 static bool skip_reals(int32_t unit, int32_t items, int32_t values_per_item)

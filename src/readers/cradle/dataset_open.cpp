@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 constexpr int32_t TIME_STEP_UNIT = 4; // for short looks at other files of a series
 constexpr uint8_t GIVEN_FILE = 0;
@@ -69,6 +70,7 @@ void fld_free_dataset()
     dataset_state.grid_sections.count = 0;
     dataset_state.results_sections.count = 0;
     dataset_state.boundary_names.reset();
+    dataset_state.boundary_rows = {};
     dataset_state.boundary_count = 0;
     dataset_state.faces_per_grid.reset();
     dataset_state.wall_region_counts.reset();
@@ -94,6 +96,8 @@ struct NameLists {
     int32_t* variable_count;
     char* variable_names;
     VariableSection* variable_sections;
+    RowSet* boundary_rows; // made by the first merge
+    RowSet* variable_rows;
 };
 
 // The same for one grid, of our own.
@@ -104,11 +108,14 @@ struct LocalNames {
     HeapArray<char> variable_names;
     HeapArray<VariableSection> variable_sections;
 
+    RowSet boundary_rows = {};
+    RowSet variable_rows = {};
+
     NameLists lists(const NameLists& host)
     {
-        return {host.boundary_capacity, &boundary_count, boundary_names.get(),
-                host.variable_capacity, &variable_count, variable_names.get(),
-                variable_sections.get()};
+        return {host.boundary_capacity,  &boundary_count, boundary_names.get(),
+                host.variable_capacity,  &variable_count, variable_names.get(),
+                variable_sections.get(), &boundary_rows,  &variable_rows};
     }
 };
 
@@ -137,43 +144,58 @@ static bool make_variable_list(const NameLists& host, LocalNames* local)
     return false;
 }
 
-static bool list_has(const char* rows, int32_t row_count, const char* row)
+// Whether a name was in the list before a merge, of which `before` is the number of rows then.
+static bool was_listed(const RowSet& rows, int32_t before, const char* row)
 {
-    for (int64_t i = 0; i < row_count; ++i) {
-        if (memcmp(rows + i * NAME_ROW_LENGTH, row, NAME_ROW_LENGTH) == 0) return true;
-    }
-    return false;
+    const int32_t found = find_row(rows, row);
+    return found >= 0 && found < before;
 }
 
-static void merge_boundaries(const LocalNames& local, const NameLists& host)
+// Finds the names that a list has; false when there is no memory for that.
+static bool enter_names(const char* names, int32_t capacity, int32_t count, RowSet* rows)
+{
+    if (!rows->slots && !make_row_set(names, NAME_ROW_LENGTH, capacity, rows)) return false;
+    enter_rows(count, rows);
+    return true;
+}
+
+static bool merge_boundaries(const LocalNames& local, const NameLists& host)
 {
     const int32_t before = std::min(*host.boundary_count, host.boundary_capacity);
     const int32_t written = std::min(local.boundary_count, host.boundary_capacity);
-    for (int32_t i = 0; i < written; ++i) {
+    if (!enter_names(host.boundary_names, host.boundary_capacity, before, host.boundary_rows)) {
+        print_no_memory_for_boundaries();
+        return false;
+    }
+    for (int32_t i = 0; i < written && *host.boundary_count < host.boundary_capacity; ++i) {
         const char* const row = name_row(local.boundary_names.get(), i);
-        if (*host.boundary_count >= host.boundary_capacity) return;
-        if (list_has(host.boundary_names, before, row)) continue;
+        if (was_listed(*host.boundary_rows, before, row)) continue;
         memcpy(name_row(host.boundary_names, *host.boundary_count), row, NAME_ROW_LENGTH);
         ++*host.boundary_count;
     }
+    return true;
 }
 
 // A variable comes with its section, and a vector whole: with three names, if one of them is new,
 // or with none.
-static void merge_variables(const LocalNames& local, const NameLists& host)
+static bool merge_variables(const LocalNames& local, const NameLists& host)
 {
     const int32_t before = std::min(*host.variable_count, host.variable_capacity);
     const int32_t written = std::min(local.variable_count, host.variable_capacity);
+    if (!enter_names(host.variable_names, host.variable_capacity, before, host.variable_rows)) {
+        print_no_memory_for_variables();
+        return false;
+    }
     int32_t rows = 1;
     for (int32_t i = 0; i < written; i += rows) {
         const VariableSection& section = local.variable_sections[i];
         // A vector that found no three free rows left them unwritten; nothing follows it.
-        if (section.name[0] == '\0') return;
+        if (section.name[0] == '\0') return true;
         rows = is_vector_section(section.name) ? 3 : 1;
         const char* const names = name_row(local.variable_names.get(), i);
         bool is_new = false;
         for (int64_t k = 0; k < rows; ++k) {
-            is_new |= !list_has(host.variable_names, before, names + k * NAME_ROW_LENGTH);
+            is_new |= !was_listed(*host.variable_rows, before, names + k * NAME_ROW_LENGTH);
         }
         if (!is_new || int64_t{*host.variable_count} + rows > host.variable_capacity) continue;
         memcpy(name_row(host.variable_names, *host.variable_count), names,
@@ -182,12 +204,12 @@ static void merge_variables(const LocalNames& local, const NameLists& host)
                static_cast<size_t>(rows) * sizeof section);
         *host.variable_count += rows;
     }
+    return true;
 }
 
-static void merge_names(const LocalNames& local, const NameLists& host)
+static bool merge_names(const LocalNames& local, const NameLists& host)
 {
-    merge_boundaries(local, host);
-    merge_variables(local, host);
+    return merge_boundaries(local, host) && merge_variables(local, host);
 }
 
 // ---- scanning a file ----
@@ -231,8 +253,8 @@ static bool scan_one_grid(uint8_t mode, int32_t unit, int32_t grid, int32_t* nod
 {
     return scan_grid_sections(mode, unit, grid, node_count, lists.boundary_capacity,
                               lists.boundary_count, lists.boundary_names, lists.variable_capacity,
-                              lists.variable_count, lists.variable_names, lists.variable_sections,
-                              end_flag);
+                              lists.variable_count, lists.variable_names, end_flag,
+                              lists.variable_sections);
 }
 
 // The first grid's names go straight into the lists, those of every further one are merged.
@@ -248,7 +270,7 @@ static bool scan_grids(uint8_t mode, int32_t unit, int32_t grid_capacity, int32_
         }
         const NameLists& target = grid == 0 ? lists : local->lists(lists);
         if (!scan_one_grid(mode, unit, grid, &node_counts[grid], target, &end_flag)) return false;
-        if (grid > 0) merge_names(*local, lists);
+        if (grid > 0 && !merge_names(*local, lists)) return false;
         ++*grid_count;
         // Of a paired grid file only the first grid is used.
         if (mode == PAIRED_FILE || end_flag) return true;
@@ -385,6 +407,8 @@ static bool open_paired_grid_file(const char* results_name, int32_t unit, int32_
     keep_file_name(results_name, dataset_state.results_file_name);
     const char* const grid_name = find_paired_grid_file(results_name);
     if (!grid_name) return false;
+    char paired_name[FILE_NAME_LENGTH + 1];
+    keep_file_name(grid_name, paired_name);
     keep_file_name(grid_name, dataset_state.paired_grid_file_name);
     close_current_unit();
     LocalNames local;
@@ -396,11 +420,9 @@ static bool open_paired_grid_file(const char* results_name, int32_t unit, int32_
     drop_first_grid(&dataset_state.grid_sections);
     int32_t grid_count = 0;
     int32_t error_flag = 1;
-    scan_fld_file(PAIRED_FILE, dataset_state.paired_grid_file_name, unit, grid_capacity,
-                  &grid_count, node_counts, local.lists(lists), &error_flag);
-    if (error_flag) return false;
-    merge_names(local, lists);
-    return true;
+    scan_fld_file(PAIRED_FILE, paired_name, unit, grid_capacity, &grid_count, node_counts,
+                  local.lists(lists), &error_flag);
+    return !error_flag && merge_names(local, lists);
 }
 
 // Keeps the names of the boundaries, whose positions are the boundary types.
@@ -409,7 +431,9 @@ static bool store_boundary_names(int32_t capacity, int32_t count, const char* na
     const int32_t stored = std::min(capacity, count);
     if (stored < 1) return true;
     dataset_state.boundary_names = heap_array<BoundaryName>(stored);
-    if (!dataset_state.boundary_names) {
+    if (!dataset_state.boundary_names ||
+        !make_row_set(dataset_state.boundary_names[0].text, sizeof(BoundaryName), stored,
+                      &dataset_state.boundary_rows)) {
         print_no_memory_for_boundaries();
         return false;
     }
@@ -421,6 +445,7 @@ static bool store_boundary_names(int32_t capacity, int32_t count, const char* na
         }
         dataset_state.boundary_count = i + 1;
     }
+    enter_rows(stored, &dataset_state.boundary_rows);
     return true;
 }
 
@@ -470,22 +495,31 @@ void fld_read_header(const char* name, void* /*unused*/, const int32_t* unit,
     *error_flag = 1;
     std::fill_n(node_counts, grids, 0);
     fld_free_dataset();
-    dataset_state.variable_sections = zeroed_heap_array<VariableSection>(variables);
-    if (!dataset_state.variable_sections) {
+    // Kept aside until all is read: a host may close the dataset from one of its services.
+    HeapArray<VariableSection> variable_sections = zeroed_heap_array<VariableSection>(variables);
+    if (!variable_sections) {
         print_no_memory_for_variables();
         return;
     }
-    dataset_state.variable_section_count = variables;
+    RowSet boundary_rows = {};
+    RowSet variable_rows = {};
     const NameLists lists{std::max(*boundary_capacity, 0),
                           boundary_count,
                           boundary_names,
                           variables,
                           variable_count,
                           variable_names,
-                          dataset_state.variable_sections.get()};
+                          variable_sections.get(),
+                          &boundary_rows,
+                          &variable_rows};
     const bool opened = open_dataset(name, *unit, grids, grid_count, node_counts, lists);
     close_current_unit();
-    // Nothing can be read from half a dataset.
-    if (!opened) fld_free_dataset();
-    *error_flag = opened ? 0 : 1;
+    if (!opened) {
+        // Nothing can be read from half a dataset.
+        fld_free_dataset();
+        return;
+    }
+    dataset_state.variable_sections = std::move(variable_sections);
+    dataset_state.variable_section_count = variables;
+    *error_flag = 0;
 }

@@ -3,12 +3,12 @@
 #pragma once
 
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/name_rows.h"
 
 #include <cstdint>
 
 constexpr int32_t MAX_SECTIONS = 2048;
 constexpr int32_t SECTION_NAME_LENGTH = 32;
-constexpr int32_t NAME_ROW_LENGTH = 80; // a row of the host's name lists
 constexpr int32_t FILE_NAME_LENGTH = 255;
 constexpr int32_t NO_UNIT = -1;
 
@@ -23,7 +23,7 @@ struct SectionTable {
     int32_t count;
 };
 
-// A boundary name of the host's list without its trailing blanks.
+// A boundary name of the host's list without its trailing blanks, padded with NUL.
 struct BoundaryName {
     char text[NAME_ROW_LENGTH + 1];
 };
@@ -53,6 +53,7 @@ struct DatasetState {
     HeapArray<VariableSection> variable_sections; // row i belongs to host variable i
     int32_t variable_section_count = 0;           // rows that exist: the host's variable capacity
     int32_t coordinate_system = -1;               // of the grid being read
+    RowSet boundary_rows = {};                    // finds boundary names
 };
 
 extern DatasetState dataset_state;

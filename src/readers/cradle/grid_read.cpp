@@ -12,6 +12,7 @@
 #include "ui/util/nzn_io.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -112,6 +113,10 @@ static bool prepare_walls(int32_t unit, int32_t grid, Walls* walls)
     const int32_t expected = dataset_state.wall_region_counts[grid];
     if (expected < 1) return true;
     if (!read_wall_names(unit, grid, expected, walls)) return false;
+    std::sort(walls->names.get(), walls->names.get() + walls->name_count,
+              [](const HeapArray<char>& a, const HeapArray<char>& b) {
+                  return strcmp(a.get(), b.get()) < 0;
+              });
     walls->face_capacity = dataset_state.faces_per_grid[grid];
     walls->faces = heap_array<ElementWall>(walls->face_capacity);
     if (walls->faces) return true;

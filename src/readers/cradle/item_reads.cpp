@@ -8,9 +8,12 @@
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <type_traits>
+#include <utility>
 
 constexpr int32_t ANY_LENGTH_NAMES = -1; // the name length of a section whose names carry their own
 constexpr int32_t TOLERANT_LENGTH = 32;  // a text of this length may come short
+constexpr int32_t SMALL_LENGTH = 65536;  // room that is asked for whatever the file can hold
 
 struct ItemDescriptor {
     int32_t element_size; // bytes: 1 characters, 4 int32 or float32, 8 float64
@@ -171,42 +174,66 @@ static int32_t take_chars(int32_t unit, int32_t count, char* to)
     return NZN_OK;
 }
 
-bool read_fixed_string_item(int32_t unit, int32_t length, HeapArray<char>* text)
+// The characters of an item of fixed length.
+struct FixedText {
+    HeapArray<char> characters; // `length` + 1 bytes, set only as far as the file had characters;
+                                // null when the file cannot hold so many
+    int32_t gathered;
+};
+
+// Reads the item without touching more memory than the file has characters for. Without storage it
+// still finds what is wrong; only an item that claims no characters at all can then end well.
+static bool read_characters(int32_t unit, int32_t length, FixedText* text)
 {
-    if (!text) return false;
-    text->reset();
     if (length < 0) return false;
-    // Without storage the walk below still finds what is wrong; it cannot end well, since the file
-    // does not hold the characters.
-    const bool stored = length <= TOLERANT_LENGTH || file_can_hold(unit, length, 1);
-    if (stored) {
-        *text = heap_array<char>(int64_t{length} + 1);
-        if (!*text) {
+    if (length <= SMALL_LENGTH || file_can_hold(unit, length, 1)) {
+        text->characters = heap_array<char>(int64_t{length} + 1);
+        if (!text->characters) {
             print_no_memory_for_characters(length);
             return false;
         }
-        memset(text->get(), ' ', static_cast<size_t>(length) + 1);
     }
-
     ItemDescriptor item{};
     if (!read_item_descriptor(unit, &item) || item.per_record < 0) return false;
     if (length > 0 ? item.element_size != 1 || item.record_count < 1 || item.record_count > length
                    : item.record_count != 1) {
         return false;
     }
-    if (length > 0 && item.per_record == 0) {
-        if (nzn_skip_record(unit) != NZN_OK) return false;
-        if (!stored) print_no_memory_for_characters(length);
-        return stored;
-    }
-    int32_t gathered = 0;
-    const auto take = [&](int32_t at, int32_t n) {
-        return take_chars(unit, n, stored ? text->get() + at : nullptr);
-    };
-    if (!walk_data_records(unit, item, length, &gathered, take)) return false;
-    if (gathered == length || length == TOLERANT_LENGTH) return stored;
-    print_diagnostic("Data reader error: expected %d characters, got %d\n", length, gathered);
+    if (length > 0 && item.per_record == 0) return nzn_skip_record(unit) == NZN_OK;
+
+    char* const to = text->characters.get();
+    const auto take = [&](int32_t at, int32_t n) { return take_chars(unit, n, to ? to + at : to); };
+    if (!walk_data_records(unit, item, length, &text->gathered, take)) return false;
+    if (text->gathered == length || length == TOLERANT_LENGTH) return to != nullptr;
+    print_diagnostic("Data reader error: expected %d characters, got %d\n", length, text->gathered);
     return false;
+}
+
+bool read_fixed_string_item(int32_t unit, int32_t length, HeapArray<char>* text)
+{
+    if (!text) return false;
+    FixedText item{};
+    const bool complete = read_characters(unit, length, &item);
+    *text = std::move(item.characters);
+    if (*text) {
+        memset(text->get() + item.gathered, ' ', static_cast<size_t>(length - item.gathered) + 1);
+    } else if (complete) {
+        print_no_memory_for_characters(length);
+    }
+    return complete && *text;
+}
+
+bool read_text_item(int32_t unit, int32_t length, HeapArray<char>* text)
+{
+    FixedText item{};
+    if (!read_characters(unit, length, &item)) return false;
+    *text = item.characters ? std::move(item.characters) : heap_array<char>(1);
+    if (!*text) {
+        print_no_memory_for_characters(length);
+        return false;
+    }
+    trim_text(text->get(), item.gathered);
+    return true;
 }
 
 bool read_string_item(int32_t unit, HeapArray<char>* text)
@@ -236,10 +263,8 @@ bool read_string_item(int32_t unit, HeapArray<char>* text)
 
 bool read_region_name(int32_t unit, int32_t name_length, HeapArray<char>* name)
 {
-    if (name_length == ANY_LENGTH_NAMES) return read_string_item(unit, name);
-    if (!read_fixed_string_item(unit, name_length, name)) return false;
-    trim_text(name->get(), name_length);
-    return true;
+    return name_length == ANY_LENGTH_NAMES ? read_string_item(unit, name)
+                                           : read_text_item(unit, name_length, name);
 }
 
 // ---- reals ----

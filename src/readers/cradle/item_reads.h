@@ -37,6 +37,9 @@ void trim_text(char* text, int32_t length);
 // Exactly 32 characters asked for may come short. Prints when memory or characters run short.
 [[nodiscard]] bool read_fixed_string_item(int32_t unit, int32_t length, HeapArray<char>* text);
 
+// The same, trimmed and terminated. Costs no more than the file has characters, whatever `length`.
+[[nodiscard]] bool read_text_item(int32_t unit, int32_t length, HeapArray<char>* text);
+
 // All characters of the item, however long, trimmed and terminated.
 [[nodiscard]] bool read_string_item(int32_t unit, HeapArray<char>* text);
 

@@ -62,8 +62,7 @@ bool read_fld_region_names(int32_t unit, bool scan_only, int32_t* wall_region_co
     for (int32_t region = 0; region < region_count; ++region) {
         HeapArray<char> type;
         HeapArray<char> name;
-        if (!read_fixed_string_item(unit, TYPE_LENGTH, &type)) return false;
-        trim_text(type.get(), TYPE_LENGTH);
+        if (!read_text_item(unit, TYPE_LENGTH, &type)) return false;
         if (!read_region_name(unit, name_length, &name)) return false;
         if (region_name_is_empty(name.get()) || !is_wall_type(type.get())) continue;
         if (!scan_only &&

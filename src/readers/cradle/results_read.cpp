@@ -70,9 +70,9 @@ static float* block_of(const ResultsRead& read, int32_t variable)
     return read.values ? read.values + static_cast<int64_t>(variable) * read.node_count : nullptr;
 }
 
-static bool fill_undefined(const ResultsRead& read, int32_t first, int32_t blocks)
+static bool fill_undefined(const ResultsRead& read, bool is_vector, int32_t first, int32_t blocks)
 {
-    if (!scalar_buffer_is_there(read.node_count, read.values)) return false;
+    if (!value_buffer_is_there(is_vector, read.node_count, read.values)) return false;
     std::fill_n(block_of(read, first), static_cast<int64_t>(blocks) * read.node_count,
                 std::numeric_limits<float>::infinity());
     return true;
@@ -104,7 +104,8 @@ static bool read_variable(const ResultsRead& read, const char* section, int32_t 
     const bool is_vector = is_vector_section(section);
     begin_lookup(section, read.grid_number - 1);
     const int64_t position = next_results_section();
-    if (position < 0 || (is_vector && blocks < 3)) return fill_undefined(read, first, blocks);
+    if (position < 0 || (is_vector && blocks < 3))
+        return fill_undefined(read, is_vector, first, blocks);
     if (nzn_seek(read.unit, position) != NZN_OK) return false;
     if (!(is_vector ? read_vector(read, first) : read_scalar(read, first))) return false;
     return section_is_alone(next_results_section);
@@ -118,11 +119,12 @@ static bool read_variables(const ResultsRead& read)
         const char* const section = dataset_state.variable_sections[i].name;
         blocks = std::min(is_vector_section(section) ? 3 : 1, read.variable_count - i);
         // A variable for which the host's list had no row has no section either.
-        const bool complete = section[0] == '\0' ? fill_undefined(read, i, blocks)
+        const bool complete = section[0] == '\0' ? fill_undefined(read, false, i, blocks)
                                                  : read_variable(read, section, i, blocks);
         if (!complete) return false;
     }
-    return read.variable_count == rows || fill_undefined(read, rows, read.variable_count - rows);
+    return read.variable_count == rows ||
+           fill_undefined(read, false, rows, read.variable_count - rows);
 }
 
 void read_results(const int32_t* unit, const int32_t* grid_number, const int32_t* node_count,

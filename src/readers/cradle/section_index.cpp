@@ -208,7 +208,7 @@ bool ends_grids(const char* name)
 bool scan_grid_sections(uint8_t mode, int32_t unit, int32_t grid, int32_t* node_count,
                         int32_t boundary_capacity, int32_t* boundary_count, char* boundary_names,
                         int32_t variable_capacity, int32_t* variable_count, char* variable_names,
-                        VariableSection* variable_sections, uint8_t* end_flag)
+                        uint8_t* end_flag, VariableSection* variable_sections)
 {
     *boundary_count = 0;
     *variable_count = 0;

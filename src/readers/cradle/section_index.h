@@ -23,7 +23,7 @@
                                       int32_t boundary_capacity, int32_t* boundary_count,
                                       char* boundary_names, int32_t variable_capacity,
                                       int32_t* variable_count, char* variable_names,
-                                      VariableSection* variable_sections, uint8_t* end_flag);
+                                      uint8_t* end_flag, VariableSection* variable_sections);
 
 // What the next lookup searches for, and where it goes on. A cursor is the index of the last entry
 // returned, -1 before the first.

@@ -7,6 +7,7 @@
 #include "readers/cradle/name_rows.h"
 #include "readers/cradle/region_names.h"
 
+#include <algorithm>
 #include <cstring>
 
 // ---- what both layouts share ----
@@ -38,10 +39,12 @@ struct RegionFaces {
 
 static bool is_wall_region(const Caller& caller, const char* name)
 {
-    for (int32_t i = 0; i < caller.wall_name_count; ++i) {
-        if (strcmp(caller.wall_names[i].get(), name) == 0) return true;
-    }
-    return false;
+    const HeapArray<char>* const end = caller.wall_names + caller.wall_name_count;
+    const HeapArray<char>* const found = std::lower_bound(
+        caller.wall_names, end, name, [](const HeapArray<char>& wall, const char* wanted) {
+            return strcmp(wall.get(), wanted) < 0;
+        });
+    return found != end && strcmp(found->get(), name) == 0;
 }
 
 // The 1-based position of a region's name among the dataset's boundary names, which hold at most
@@ -50,8 +53,9 @@ static int32_t find_boundary_type(const char* name)
 {
     char row[NAME_ROW_LENGTH + 1];
     trim_name_row(name, strnlen(name, NAME_ROW_LENGTH), row);
-    for (int32_t i = 0; i < dataset_state.boundary_count; ++i) {
-        if (strcmp(dataset_state.boundary_names[i].text, row) == 0) return i + 1;
+    if (dataset_state.boundary_count > 0) {
+        const int32_t found = find_row(dataset_state.boundary_rows, row);
+        if (found >= 0) return found + 1;
     }
     print_diagnostic("Data reader error: boundary type not found: %s\n", name);
     return 0;

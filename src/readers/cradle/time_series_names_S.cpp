@@ -23,7 +23,6 @@ struct SeriesName {
     char prefix[TEXT_SIZE];
     char extension[TEXT_SIZE]; // with its dot
     SeriesForm form;
-    char digits[TEXT_SIZE]; // the number as written
 };
 
 static bool is_digit(char c)
@@ -47,6 +46,13 @@ static const char* find_extension(const char* component)
     return component + strlen(component);
 }
 
+static const char* trailing_digits(const char* begin, const char* end)
+{
+    const char* digits = end;
+    while (digits != begin && is_digit(digits[-1])) --digits;
+    return digits;
+}
+
 // False for a name without a number, or one that is too long.
 static bool split_series_name(const char* name, SeriesName* split)
 {
@@ -59,29 +65,32 @@ static bool split_series_name(const char* name, SeriesName* split)
     if (extension == component) return false;
     copy_text(name, component, split->directory);
 
-    const char* base_digits = extension;
-    while (base_digits != component && is_digit(base_digits[-1])) --base_digits;
+    const char* const base_digits = trailing_digits(component, extension);
     if (base_digits != extension) {
         split->form = SeriesForm::numbered_base;
         copy_text(component, base_digits, split->prefix);
-        copy_text(base_digits, extension, split->digits);
         copy_text(extension, end, split->extension);
         return true;
     }
     if (end - extension < 2 || !std::all_of(extension + 1, end, is_digit)) return false;
     split->form = SeriesForm::numbered_extension;
     copy_text(component, extension, split->prefix);
-    copy_text(extension + 1, end, split->digits);
     split->extension[0] = '\0';
     return true;
 }
 
-// The value of a run of digits; larger numbers than an int32 holds all count as its largest.
-static int32_t series_number(const char* digits)
+// The number of a file of the series: the digits that end its base, or its extension. Larger
+// numbers than an int32 holds all count as its largest. A character of the series' name that means
+// something else in an expression can let a file through that ends in no digit: it has number 0.
+static int32_t series_number(const char* file_name, SeriesForm form)
 {
+    const char* const extension = find_extension(file_name);
+    const bool in_base = form == SeriesForm::numbered_base;
+    const char* const begin = in_base ? file_name : extension;
+    const char* const end = in_base ? extension : file_name + strlen(file_name);
     int64_t value = 0;
-    for (; *digits != '\0'; ++digits) {
-        value = std::min<int64_t>(value * 10 + (*digits - '0'), INT32_MAX);
+    for (const char* digit = trailing_digits(begin, end); digit != end; ++digit) {
+        value = std::min<int64_t>(value * 10 + (*digit - '0'), INT32_MAX);
     }
     return static_cast<int32_t>(value);
 }
@@ -170,11 +179,7 @@ static bool take_entry(const SeriesName& given, const Expression& expression, co
     if (!status.is_regular) return true;
     if (regexec(&expression.compiled, file_name, 0, nullptr, 0) != 0) return true;
     if (*count >= MAX_SERIES_FILES) return false;
-    // A character of the prefix that an expression reads as something else can let a name through
-    // that is not numbered in the same way; such a name has no number here.
-    SeriesName found{};
-    if (!split_series_name(file_name, &found) || found.form != given.form) return true;
-    add_file(path, series_number(found.digits), count);
+    add_file(path, series_number(file_name, given.form), count);
     return true;
 }
 

@@ -20,13 +20,6 @@ bool is_vector_section(const char* name)
     return strncmp(name, "LS_Vector:", strlen("LS_Vector:")) == 0;
 }
 
-static bool read_label(int32_t unit, HeapArray<char>* label)
-{
-    if (!read_fixed_string_item(unit, LABEL_LENGTH, label)) return false;
-    trim_text(label->get(), LABEL_LENGTH);
-    return true;
-}
-
 // A label that says more than the key goes before it; the key then stands in parentheses.
 static bool says_more(const char* label, const char* key)
 {
@@ -68,23 +61,25 @@ static void append_vector_names(const char* label, const char* key, int32_t capa
     }
 }
 
-// ---- scalars ----
-
-bool scalar_buffer_is_there(int32_t node_count, const float* values)
+bool value_buffer_is_there(bool is_vector, int32_t node_count, const float* values)
 {
     if (node_count < 1 || values) return true;
-    print_diagnostic("Error: NULL array for scalar values.\n");
+    print_diagnostic(is_vector ? "Error: NULL array for vector values.\n"
+                               : "Error: NULL array for scalar values.\n");
     return false;
 }
+
+// ---- scalars ----
 
 bool read_scalar_section(int32_t unit, bool scan_only, const char* key, int32_t name_capacity,
                          int32_t node_count, int32_t* name_count, char* names, float* values)
 {
-    if (!scan_only && !scalar_buffer_is_there(node_count, values)) return false;
+    if (!scan_only && !value_buffer_is_there(false, node_count, values)) return false;
     int32_t not_interpreted = 0;
     int32_t value_count = 0;
     HeapArray<char> label;
-    if (!read_int_item(unit, &not_interpreted) || !read_label(unit, &label)) return false;
+    if (!read_int_item(unit, &not_interpreted) || !read_text_item(unit, LABEL_LENGTH, &label))
+        return false;
     if (scan_only) append_scalar_name(label.get(), key, name_capacity, name_count, names);
     if (!read_int_item(unit, &value_count)) return false;
     if (!scan_only && value_count != node_count) {
@@ -152,16 +147,13 @@ bool read_vector_section(int32_t unit, bool scan_only, const char* key, int32_t 
                          int32_t node_count, const float* node_coords, int32_t* name_count,
                          char* names, float* values)
 {
-    if (!scan_only && node_count >= 1 && !values) {
-        print_diagnostic("Error: NULL array for vector values.\n");
-        return false;
-    }
+    if (!scan_only && !value_buffer_is_there(true, node_count, values)) return false;
     if (!scan_only && !check_coordinate_system(dataset_state.coordinate_system)) return false;
     int32_t not_interpreted = 0;
     int32_t value_count = 0;
     HeapArray<char> label;
     if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, &not_interpreted) ||
-        !read_label(unit, &label)) {
+        !read_text_item(unit, LABEL_LENGTH, &label)) {
         return false;
     }
     if (scan_only) append_vector_names(label.get(), key, name_capacity, name_count, names);

@@ -21,5 +21,5 @@
                                        const float* node_coords, int32_t* name_count, char* names,
                                        float* values);
 
-// Whether there is a buffer for a scalar's values; prints when it is missing.
-[[nodiscard]] bool scalar_buffer_is_there(int32_t node_count, const float* values);
+// Whether there is a buffer for the values of a vector or scalar; prints when it is missing.
+[[nodiscard]] bool value_buffer_is_there(bool is_vector, int32_t node_count, const float* values);

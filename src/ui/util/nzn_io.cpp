@@ -120,12 +120,24 @@ static int32_t check_tail_marker(RecordStream* stream)
     return tail.length == stream->reclen ? NZN_OK : NZN_FAILURE;
 }
 
+static void stand_at_boundary(RecordStream* stream)
+{
+    stream->records_begun = 0;
+    stream->offset = 0;
+    stream->reclen = 0;
+    stream->sub_reclen_remaining = 0;
+    stream->continued = false;
+}
+
 // From the end of one sub-record's data to the start of the next one's.
 static int32_t cross_subrecord(RecordStream* stream)
 {
     if (!stream->continued) return NZN_FAILURE;
-    const int32_t status = check_tail_marker(stream);
-    return status != NZN_OK ? status : read_head_marker(stream);
+    int32_t status = check_tail_marker(stream);
+    if (status != NZN_OK) return status;
+    status = read_head_marker(stream);
+    if (status != NZN_OK) stand_at_boundary(stream);
+    return status;
 }
 
 // Passes over what is left of the current record, up to its last tail marker.
@@ -146,17 +158,10 @@ static bool record_is_begun(const RecordStream* stream)
     return stream->records_begun > 0 || stream->offset > 0;
 }
 
-static void stand_at_boundary(RecordStream* stream)
-{
-    stream->records_begun = 0;
-    stream->offset = 0;
-    stream->reclen = 0;
-    stream->sub_reclen_remaining = 0;
-    stream->continued = false;
-}
-
 static int32_t finish_record(RecordStream* stream)
 {
+    // An end of file met earlier must not fail what can be read now.
+    clearerr(stream->file);
     if (!record_is_begun(stream)) return NZN_OK;
     const int32_t status = finish_subrecords(stream);
     return status != NZN_OK ? status : check_tail_marker(stream);
@@ -307,7 +312,6 @@ int64_t nzn_tell(int32_t unit)
 {
     RecordStream* stream = find_unit(unit);
     if (!stream || finish_record(stream) != NZN_OK) return -1;
-    clearerr(stream->file);
     const int64_t position = utf8wrap::_ftelli64(stream->file);
     if (position < 0) return -1;
     stand_at_boundary(stream);
@@ -317,7 +321,9 @@ int64_t nzn_tell(int32_t unit)
 int32_t nzn_seek(int32_t unit, int64_t position)
 {
     RecordStream* stream = find_unit(unit);
-    if (!stream || !move_to(stream->file, position)) return NZN_FAILURE;
+    if (!stream) return NZN_FAILURE;
+    clearerr(stream->file);
+    if (!move_to(stream->file, position)) return NZN_FAILURE;
     stand_at_boundary(stream);
     return NZN_OK;
 }

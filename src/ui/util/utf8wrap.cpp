@@ -63,8 +63,8 @@ bool FindNextFileA(Listing* listing, FoundEntry* entry)
 
 bool FindFirstFileA(const char* pattern, Listing* listing, FoundEntry* entry)
 {
-    const char* slash = strrchr(pattern, '/');
-    const char* wildcard = slash ? slash + 1 : pattern;
+    const char* wildcard = pattern + strlen(pattern);
+    while (wildcard != pattern && !strchr("/\\:", wildcard[-1])) --wildcard;
     const size_t directory_length = static_cast<size_t>(wildcard - pattern);
     char directory[MAX_ENTRY_NAME + 1] = ".";
     if (directory_length >= sizeof directory || strlen(wildcard) > MAX_ENTRY_NAME) return false;

@@ -45,7 +45,8 @@ struct Listing {
 };
 
 // Starts listing the entries of a directory whose names match the last component of the pattern
-// ('?' one character, '*' any run). False when the directory cannot be listed or nothing matches.
+// ('?' one character, '*' any run), which begins after the last '/', '\\' or ':' on every system.
+// False when the directory cannot be listed or nothing matches.
 [[nodiscard]] bool FindFirstFileA(const char* pattern, Listing* listing, FoundEntry* entry);
 
 // The next matching entry, each name once, "." and ".." among them; false at the end.
