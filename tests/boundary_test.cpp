@@ -1,0 +1,207 @@
+// The two exports, the handing over of services and the registration of the readers.
+#include "datasets.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <gtest/gtest.h>
+
+namespace fld_test
+{
+
+// ---- the library file ----
+
+static std::vector<std::string> lines_of(const std::string& command)
+{
+    std::vector<std::string> lines;
+    FILE* pipe = popen(command.c_str(), "r");
+    char line[512];
+    while (pipe && fgets(line, sizeof line, pipe)) {
+        lines.emplace_back(line, strcspn(line, "\n"));
+    }
+    EXPECT_TRUE(pipe && pclose(pipe) == 0) << command;
+    return lines;
+}
+
+TEST(LibraryFile, exports_two_functions)
+{
+    std::vector<std::string> names;
+    for (const std::string& line : lines_of(FLD_NM " -D --defined-only " FLD_READER_PATH)) {
+        names.push_back(line.substr(line.rfind(' ') + 1));
+    }
+    std::ranges::sort(names);
+    EXPECT_EQ(names, (std::vector<std::string>{"reader_get_func", "reader_set_func"}));
+}
+
+TEST(LibraryFile, needs_nothing_but_the_system)
+{
+    int needed = 0;
+    for (const std::string& line : lines_of(FLD_OBJDUMP " -p " FLD_READER_PATH)) {
+        if (line.find("NEEDED") == std::string::npos) continue;
+        const std::string name = line.substr(line.rfind(' ') + 1);
+        const std::string stem = name.substr(0, name.find('.'));
+        const std::vector<std::string> allowed = {
+            "libc", "libm", "libgcc_s", "libstdc++", "libasan", "libubsan", "ld-linux-x86-64"};
+        EXPECT_NE(std::ranges::find(allowed, stem), allowed.end()) << name;
+        ++needed;
+    }
+    EXPECT_GE(needed, 1);
+}
+
+// ---- services ----
+
+static int unused_service()
+{
+    return 0;
+}
+
+static int set_service(const fld_host::ReaderLibrary& library, const std::string& name)
+{
+    return library.set_func(reinterpret_cast<void*>(&unused_service), name.c_str());
+}
+
+TEST(Services, are_taken_under_their_exact_names)
+{
+    TestHost host;
+    std::vector<std::string> names(fld_host::service_names().begin(),
+                                   fld_host::service_names().end());
+    EXPECT_EQ(names.size(), 86U);
+    for (const std::string& name : names) {
+        std::string other_case = name;
+        other_case.back() = static_cast<char>(other_case.back() ^ 0x20);
+        EXPECT_EQ(set_service(host.library(), name), 1) << name;
+        for (const std::string& wrong : {name + " ", " " + name, other_case, name + "x"}) {
+            EXPECT_EQ(set_service(host.library(), wrong), 0) << wrong;
+        }
+    }
+    EXPECT_EQ(set_service(host.library(), ""), 0);
+    EXPECT_EQ(host.take_trace(), "");
+}
+
+TEST(Services, are_all_needed)
+{
+    void* const untouched = reinterpret_cast<void*>(&unused_service);
+    for (const char* missing : fld_host::service_names()) {
+        TestHost host;
+        void* slot = untouched;
+        const auto get = [&](const char* name) {
+            int result = -1;
+            host.call([&] { result = host.library().get_func(&slot, name); });
+            return result;
+        };
+        EXPECT_EQ(host.library().hand_over_services(missing), 85);
+        EXPECT_EQ(get("zn_close_unit"), 0);
+        EXPECT_EQ(host.take_trace(), "out version mismatch detected: plugin disabled\n") << missing;
+        EXPECT_EQ(set_service(host.library(), missing), 1);
+        EXPECT_EQ(get("register_data_readers"), 0);
+        EXPECT_EQ(get("no_such_function"), 0);
+        EXPECT_EQ(host.take_trace(), "") << missing;
+        EXPECT_EQ(slot, untouched);
+    }
+}
+
+// ---- functions of the library ----
+
+TEST(Functions, are_found_by_their_exact_names)
+{
+    TestHost host;
+    host.library().hand_over_services();
+    for (const char* wrong :
+         {"register_data_reader", "Register_data_readers", "zn_close_unit ", ""}) {
+        void* slot = &slot;
+        host.call([&] { EXPECT_EQ(host.library().get_func(&slot, wrong), 0); });
+        EXPECT_EQ(slot, nullptr);
+        EXPECT_EQ(host.take_trace(),
+                  std::string("out Reader_get_func did not find ") + wrong + "\n");
+    }
+    const auto find = [&](const char* name) {
+        void* slot = nullptr;
+        EXPECT_EQ(host.library().get_func(&slot, name), 1) << name;
+        return slot;
+    };
+    void* const empty = find("register_functions");
+    EXPECT_EQ(find("ftn_register_functions"), empty);
+    EXPECT_EQ(find("ftn_register_data_readers"), empty);
+    EXPECT_NE(find("register_data_readers"), empty);
+    EXPECT_NE(find("zn_close_unit"), empty);
+    host.call(reinterpret_cast<void (*)()>(empty));
+    EXPECT_EQ(host.take_trace(), "");
+    EXPECT_TRUE(host.library().registrations().readers.empty());
+}
+
+TEST(Functions, closing_a_unit_leaves_the_readers_files_open)
+{
+    TestHost host;
+    host.start();
+    void* slot = nullptr;
+    ASSERT_EQ(host.library().get_func(&slot, "zn_close_unit"), 1);
+    host.on_create = [&] {
+        for (const int32_t unit : {-1, 0, 4, 7}) reinterpret_cast<void (*)(int32_t)>(slot)(unit);
+    };
+    EXPECT_EQ(run(host, datasets()[0]), datasets()[0].trace);
+}
+
+// ---- registration ----
+
+struct Registration {
+    std::string name;
+    int first, second;
+    void *header, *data, *others[4];
+};
+static std::vector<Registration> registrations;
+
+static int record_registration(const char* name, int first, int second, void* header, void* data,
+                               void* a, void* b, void* c, void* d)
+{
+    registrations.push_back({name, first, second, header, data, {a, b, c, d}});
+    return 0;
+}
+
+TEST(Registration, hands_over_both_readers_with_the_same_callbacks)
+{
+    registrations.clear();
+    TestHost host;
+    host.library().hand_over_services();
+    // The entry point set last counts; the Fortran variant of the service is another one.
+    void* const mine = reinterpret_cast<void*>(&record_registration);
+    ASSERT_EQ(host.library().set_func(mine, "zn_register_data_reader"), 1);
+    ASSERT_EQ(set_service(host.library(), "ftn_zn_register_data_reader"), 1);
+    void* slot = nullptr;
+    ASSERT_EQ(host.library().get_func(&slot, "register_data_readers"), 1);
+    host.call(reinterpret_cast<void (*)()>(slot));
+    ASSERT_EQ(registrations.size(), 2U);
+    EXPECT_EQ(registrations[0].name, "scSTREAM [Direct Reader]");
+    EXPECT_EQ(registrations[1].name, "SC/Tetra [Direct Reader]");
+    for (const Registration& r : registrations) {
+        EXPECT_EQ(r.first, 2);
+        EXPECT_EQ(r.second, 0);
+        EXPECT_NE(r.header, nullptr);
+        EXPECT_NE(r.data, nullptr);
+        EXPECT_EQ(r.header, registrations[0].header);
+        EXPECT_EQ(r.data, registrations[0].data);
+        for (const void* other : r.others) EXPECT_EQ(other, nullptr);
+    }
+}
+
+TEST(Registration, of_one_reader_may_be_refused)
+{
+    for (const char* refused : {"scSTREAM [Direct Reader]", "SC/Tetra [Direct Reader]"}) {
+        TestHost host;
+        host.controls.refuse_reader = refused;
+        host.start();
+        EXPECT_EQ(host.take_trace(), std::string("out Error registering: ") + refused + "\n");
+        ASSERT_EQ(host.library().registrations().readers.size(), 1U);
+        EXPECT_NE(host.library().registrations().readers[0].name, refused);
+        EXPECT_EQ(run(host, datasets()[0]), datasets()[0].trace);
+    }
+}
+
+TEST(Registration, both_readers_read_the_same)
+{
+    TestHost host;
+    host.start();
+    Dataset second = datasets()[0];
+    second.controls.reader = 1;
+    EXPECT_EQ(run(host, second), second.trace);
+}
+
+} // namespace fld_test

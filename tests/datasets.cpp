@@ -1,0 +1,460 @@
+#include "datasets.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace fld_test
+{
+
+std::vector<Point> cube_corners(size_t count)
+{
+    std::vector<Point> corners;
+    for (size_t i = 0; i < count; ++i) {
+        corners.push_back({double(i & 1), double(i >> 1 & 1), double(i >> 2 & 1)});
+    }
+    return corners;
+}
+
+FldFile tetrahedron_file()
+{
+    const Element tetrahedron{TETRAHEDRON, {0, 1, 2, 3}};
+    const Region wall{"wall", {{TRIANGLE_FACE, 0, {3, 1, 2}}}};
+    const Region inlet{"inlet", {{TRIANGLE_FACE, 0, {0, 2, 1}}}};
+    return {{{coordinate_system(0), nodes(cube_corners(4)),
+              region_types({{"Wall_Boundary", "wall"}, {"Inlet", "inlet"}}), materials({1}),
+              elements({tetrahedron}), scalar("P", "Pressure", {1, -2, 0.5, 1e30}),
+              surfaces({wall, inlet})}}};
+}
+
+// Every shape once for each of its faces; element k has that face, and only that, on a wall. The
+// faces come in another order than the elements, their nodes in no order at all, and from both
+// surface layouts.
+static FldFile all_faces_file()
+{
+    const Element tet{TETRAHEDRON, {0, 1, 2, 3}}, pyramid{PYRAMID, {0, 1, 2, 3, 4}};
+    const Element prism{PRISM, {0, 1, 2, 3, 4, 5}}, hex{HEXAHEDRON, {0, 1, 2, 3, 4, 5, 6, 7}};
+    const auto quad = [](int32_t element, const std::vector<int32_t>& corners) {
+        return Face{QUADRILATERAL_FACE, element, corners};
+    };
+    const auto triangle = [](int32_t element, const std::vector<int32_t>& corners) {
+        return Face{TRIANGLE_FACE, element, corners};
+    };
+    const Region upper{"upper",
+                       {quad(19, {6, 2, 3, 7}), quad(18, {5, 0, 4, 1}), quad(17, {7, 6, 5, 4}),
+                        quad(16, {0, 1, 2, 3}), quad(15, {6, 5, 2, 1}), quad(14, {0, 4, 3, 7}),
+                        triangle(13, {5, 4, 3}), triangle(12, {1, 0, 2}), quad(11, {4, 1, 5, 2}),
+                        quad(10, {5, 3, 2, 0}), quad(9, {3, 1, 4, 0})}};
+    const Region lower{"lower",
+                       {triangle(0, {2, 1, 0}), triangle(1, {3, 1, 2}), triangle(2, {0, 3, 2}),
+                        triangle(3, {1, 3, 0}), quad(4, {0, 2, 1, 3}), triangle(5, {4, 1, 2}),
+                        triangle(6, {2, 3, 4}), triangle(7, {4, 0, 3}), triangle(8, {1, 0, 4})}};
+    return {
+        {{surface_array({lower}, 6), surfaces({upper}),
+          region_types({{"WALL(no-slip)", "upper"}, {"THERM(300)", "lower"}}, 8),
+          elements({tet,   tet,   tet,   tet,   pyramid, pyramid, pyramid, pyramid, pyramid, prism,
+                    prism, prism, prism, prism, hex,     hex,     hex,     hex,     hex,     hex}),
+          materials(std::vector<int32_t>(20, 3)), nodes(cube_corners()), coordinate_system(0)}}};
+}
+
+constexpr const char* all_faces_trace = R"(open
+options 0 0 1
+flag 0
+nodes 8
+boundary lower
+boundary upper
+peek
+time 0.5 flag 0
+read 1
+face 2 | 7 3 4 8
+face 2 | 6 1 5 2
+face 2 | 8 7 6 5
+face 2 | 1 2 3 4
+face 2 | 7 6 3 2
+face 2 | 1 5 4 8
+face 2 | 6 5 4
+face 2 | 2 1 3
+face 2 | 5 2 6 3
+face 2 | 6 4 3 1
+face 2 | 4 2 5 1
+face 1 | 3 2 1
+face 1 | 4 2 3
+face 1 | 1 4 3
+face 1 | 2 4 1
+face 1 | 1 3 2 4
+face 1 | 5 2 3
+face 1 | 3 4 5
+face 1 | 5 1 4
+face 1 | 2 1 5
+tet 7 0 0 0 | 1 2 3 4
+tet 0 7 0 0 | 1 2 3 4
+tet 0 0 7 0 | 1 2 3 4
+tet 0 0 0 7 | 1 2 3 4
+pyramid 7 0 0 0 0 | 1 2 3 4 5
+pyramid 0 7 0 0 0 | 1 2 3 4 5
+pyramid 0 0 7 0 0 | 1 2 3 4 5
+pyramid 0 0 0 7 0 | 1 2 3 4 5
+pyramid 0 0 0 0 7 | 1 2 3 4 5
+prism 7 0 0 0 0 | 1 4 5 2 6 3
+prism 0 7 0 0 0 | 1 4 5 2 6 3
+prism 0 0 7 0 0 | 1 4 5 2 6 3
+prism 0 0 0 7 0 | 1 4 5 2 6 3
+prism 0 0 0 0 7 | 1 4 5 2 6 3
+hex 7 0 0 0 0 0 | 1 2 4 3 5 6 8 7
+hex 0 7 0 0 0 0 | 1 2 4 3 5 6 8 7
+hex 0 0 7 0 0 0 | 1 2 4 3 5 6 8 7
+hex 0 0 0 7 0 0 | 1 2 4 3 5 6 8 7
+hex 0 0 0 0 7 0 | 1 2 4 3 5 6 8 7
+hex 0 0 0 0 0 7 | 1 2 4 3 5 6 8 7
+flag 0
+x 0 1 0 1 0 1 0 1
+y 0 0 1 1 0 0 1 1
+z 0 0 0 0 1 1 1 1
+close
+)";
+
+// Two faces of one hexahedron on walls, one of them twice; what makes no cell and no face; and a
+// region without a name, which is passed over with a warning.
+static FldFile passed_over_file()
+{
+    const Element hex{HEXAHEDRON, {0, 1, 3, 2, 4, 5, 7, 6}};
+    const std::vector<Element> list = {
+        {QUADRILATERAL, {0, 1, 2, 3}}, {PRISM, {0, 1, 2, 3, 4, 5}}, {TRIANGLE, {0, 1, 2}}, hex};
+    const Face front{QUADRILATERAL_FACE, 3, {0, 1, 5, 4}},
+        left{QUADRILATERAL_FACE, 3, {0, 2, 6, 4}};
+    const Region nameless{"", {left}}, edge{"edge", {{LINE_FACE, 3, {0, 1}}, front}};
+    return {{{coordinate_system(0), nodes(cube_corners()), materials({1, 0, 1, 1}), elements(list),
+              region_types({{"Solid_Boundary", "edge"}, {"wall_boundary", "left"}}),
+              region_types({{"THERM(", "more"}, {"Wall_Boundary", ""}}),
+              surfaces({edge, nameless, {"left", {left}}}), surface_array({nameless, edge}),
+              surface_array({})}}};
+}
+
+constexpr const char* passed_over_trace = R"(open
+out Data reader warning: skipping surface region with empty name.
+out Data reader warning: skipping surface region with empty name.
+out Data reader warning: skipping surface region with empty name.
+options 0 0 1
+flag 0
+nodes 8
+boundary edge
+boundary left
+boundary edge
+peek
+time 0.5 flag 0
+read 1
+out Data reader warning: skipping surface region with empty name.
+face 1 | 1 2 6 5
+out Data reader warning: skipping surface region with empty name.
+face 2 | 1 3 7 5
+out Data reader warning: skipping surface region with empty name.
+out Data reader warning: skipping surface region with empty name.
+face 1 | 1 2 6 5
+hex 0 0 0 0 7 0 | 1 2 3 4 5 6 7 8
+flag 0
+x 0 1 0 1 0 1 0 1
+y 0 0 1 1 0 0 1 1
+z 0 0 0 0 1 1 1 1
+close
+)";
+
+// Two grids; the second has other variables in another order, an own boundary and no scalar "P".
+// A third one is empty.
+static FldFile three_grids_file()
+{
+    FldFile file = tetrahedron_file();
+    const Region wall{"outlet", {{QUADRILATERAL_FACE, 0, {0, 1, 2, 3}}}};
+    const Region inlet{"inlet", {{TRIANGLE_FACE, 0, {0, 1, 4}}}};
+    file.grids.push_back(
+        {scalar("T", "T", {5, 6, 7, 8, 9}), nodes(cube_corners(5)),
+         vector("U", "", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {0, 0, 1}}),
+         materials({2}), elements({{PYRAMID, {0, 1, 2, 3, 4}}}), surfaces({wall, inlet}),
+         coordinate_system(0), region_types({{"Wall_Boundary", "inlet"}})});
+    file.grids.push_back({coordinate_system(0), nodes({}), materials({}), elements({}),
+                          scalar("T", "T", {}), surfaces({})});
+    return file;
+}
+
+constexpr const char* three_grids_trace = R"(open
+options 0 0 1
+flag 0
+nodes 4 5 0
+boundary wall
+boundary inlet
+boundary outlet
+variable Pressure (P)
+variable T
+variable U (x-component); U
+variable U (y-component)
+variable U (z-component)
+peek
+time 0.5 flag 0
+read 1
+face 1 | 4 2 3
+face 2 | 1 3 2
+tet 0 7 0 0 | 1 2 3 4
+flag 0
+x 0 1 0 1
+y 0 0 1 1
+z 0 0 0 0
+value 1 -2 0.5 1e+30
+value inf inf inf inf
+value inf inf inf inf
+value inf inf inf inf
+value inf inf inf inf
+read 2
+face 3 | 1 2 3 4
+face 2 | 1 2 5
+pyramid 0 0 0 0 7 | 1 2 3 4 5
+flag 0
+x 0 1 0 1 0
+y 0 0 1 1 0
+z 0 0 0 0 1
+value inf inf inf inf inf
+value 5 6 7 8 9
+value 1 4 7 10 0
+value 2 5 8 11 0
+value 3 6 9 12 1
+read 3
+flag 0
+x
+y
+z
+value
+value
+value
+value
+value
+close
+)";
+
+// Radius, angle, z. The angle of the second node is the float next to a quarter turn, whose cosine
+// is -4.3711388e-8: x and y show its rounding.
+static FldFile cylindrical_file()
+{
+    const double quarter_turn = 1.5707963705062866;
+    const std::vector<Point> positions = {{2, 0, 5}, {2, quarter_turn, 5}, {1, 0, 0}, {0, 0, -1}};
+    const std::vector<Point> values = {{1, 0.5, 3}, {1, 0.5, 4}, {2, 3, 5}, {7, 9, 6}};
+    return {{{nodes(positions), coordinate_system(1), materials({1}),
+              elements({{TETRAHEDRON, {0, 1, 2, 3}}}), vector("VEL", "Velocity", values)}}};
+}
+
+constexpr const char* cylindrical_trace = R"(open
+options 0 0 1
+flag 0
+nodes 4
+variable Velocity (x-component) (VEL); Velocity (VEL)
+variable Velocity (y-component) (VEL)
+variable Velocity (z-component) (VEL)
+peek
+time 0.5 flag 0
+read 1
+tet 0 0 0 0 | 1 2 3 4
+flag 0
+x 2 -8.742278e-08 1 0
+y 0 2 0 0
+z 5 5 0 -1
+value 1 -1 2 7
+value 1 0.99999994 3 0
+value 3 4 5 6
+close
+)";
+
+// Undefined coordinates and values; a step number and time of the file's own; a keyword that no
+// reader knows, with items of several shapes.
+static FldFile undefined_values_file()
+{
+    const std::vector<Point> positions = {{0, 0, 0}, {1, -999, 0}, {0, 1, 0}, {-999, 0, 1}};
+    const Section comment =
+        layout("Comment", {text_item("written by nobody"), real_array({1, 2, 3}, 8), int_item(9)});
+    const FldFile file{
+        {{coordinate_system(0), nodes(positions), materials({1}),
+          elements({{TETRAHEDRON, {0, 1, 2, 3}}}), scalar("T", "", {0, -999, 2, 999}),
+          vector("U", "U", {{1, 0, 0}, {1, -999, 0}, {1, 0, 0}, {1, 0, -999}})}}};
+    return with_keywords(file, {comment, unused(-999), bias(), cycle(4711, 0.125)});
+}
+
+constexpr const char* undefined_values_trace = R"(open
+options 0 0 1
+flag 0
+nodes 4
+variable T
+variable U (x-component); U
+variable U (y-component)
+variable U (z-component)
+peek
+time 0.125 flag 0
+read 1
+tet 0 0 0 0 | 1 2 3 4
+flag 0
+x 0 1 0 inf
+y 0 inf 1 0
+z 0 0 0 1
+value 0 inf 2 999
+value 1 1 1 1
+value 0 inf 0 0
+value 0 0 0 inf
+close
+)";
+
+// Sections of which nothing reaches the host, among those that it needs.
+static FldFile silent_sections_file()
+{
+    const Section volumes =
+        layout("LS_VolumeGeometry",
+               {int_item(5), int_item(2), int_item(-1), text_item("fluid"), int_item(3),
+                int_array({1, 2, 3}), text_item("nothing"), int_item(0), int_array({})});
+    const Section volume_array = layout(
+        "LS_VolumeGeometryArray", {int_item(5), int_item(2), int_item(4), text_item("one two "),
+                                   int_array({4, 6}), int_array({1, 2, 3, 4, 5, 6, 7, 8, 9, 10})});
+    // One group of two names and four entries, of every number of records that there is.
+    std::vector<Item> ale = {int_item(5), int_item(4),       int_item(5),       int_item(1),
+                             int_item(2), text_item("rot "), text_item("tran"), int_item(4)};
+    for (const int32_t records : {1, 2, 3, 8}) {
+        ale.insert(ale.end(), {text_item("part"), int_item(records)});
+        const int32_t triples = records == 3 ? 2 : records;
+        for (int i = 0; i < triples; ++i) ale.push_back(real_array({1, 2, 3}, i % 2 * 8));
+        if (records == 3) ale.push_back(real_array({4}, 8));
+    }
+    const Section coc = layout("LS_STREAMcoc", {int_item(5), int_array({1, 2, 3})});
+    const Section unknown = layout("LS_nodes", {int_item(1), text_item("text")});
+    FldFile file = tetrahedron_file();
+    Sections& grid = file.grids[0];
+    grid.insert(grid.begin(), {volumes, unknown, coc, layout("LS_ALE", ale)});
+    grid.insert(grid.end() - 2, {volume_array, layout("LS_Nodes2", {})});
+    return file;
+}
+
+constexpr const char* tetrahedron_trace = R"(open
+options 0 0 1
+flag 0
+nodes 4
+boundary wall
+boundary inlet
+variable Pressure (P)
+peek
+time 0.5 flag 0
+read 1
+face 1 | 4 2 3
+face 2 | 1 3 2
+tet 0 7 0 0 | 1 2 3 4
+flag 0
+x 0 1 0 1
+y 0 0 1 1
+z 0 0 0 0
+value 1 -2 0.5 1e+30
+close
+)";
+
+// A results file with a further grid of its own, whose grid file is two places earlier in the
+// series. The grid file's results are reported, but the results file does not have them. Walls are
+// known of the paired grid only.
+static std::vector<NamedFile> series_files()
+{
+    const FldFile empty_step{{{coordinate_system(0), scalar("T", "T", {1, 1, 1, 1})}}};
+    FldFile step{{{scalar("T", "T", {4, 3, 2, 1}), coordinate_system(0)}}};
+    step.grids.push_back(
+        {coordinate_system(0), nodes(cube_corners(4)), materials({1}),
+         elements({{TETRAHEDRON, {0, 1, 2, 3}}}), region_types({{"Wall_Boundary", "wall"}}),
+         surfaces({{"wall", {{TRIANGLE_FACE, 0, {0, 1, 2}}}}}), scalar("T", "T", {8, 7, 6, 5})});
+    return {{"flow_0001.fld", tetrahedron_file()},
+            {"flow_0002.fld", empty_step},
+            {"flow_0003.fld", with_keywords(step, {bias(), cycle(3, 0.75)})}};
+}
+
+constexpr const char* series_trace = R"(open
+options 0 0 1
+options 0 0 1
+flag 0
+nodes 4 4
+boundary wall
+boundary inlet
+variable T
+variable Pressure (P)
+peek
+time 0.75 flag 0
+read 1
+face 1 | 4 2 3
+face 2 | 1 3 2
+tet 0 7 0 0 | 1 2 3 4
+flag 0
+x 0 1 0 1
+y 0 0 1 1
+z 0 0 0 0
+value 4 3 2 1
+value inf inf inf inf
+read 2
+face 1 | 1 2 3
+tet 0 0 0 0 | 1 2 3 4
+flag 0
+x 0 1 0 1
+y 0 0 1 1
+z 0 0 0 0
+value 8 7 6 5
+value inf inf inf inf
+close
+)";
+
+const std::vector<Dataset>& datasets()
+{
+    static const std::vector<Dataset> list = {
+        {"tetrahedron", {{"a.fld", tetrahedron_file()}}, tetrahedron_trace},
+        {"all_faces", {{"a.fld", all_faces_file()}}, all_faces_trace},
+        {"passed_over", {{"a.fld", passed_over_file()}}, passed_over_trace},
+        {"three_grids", {{"a.fld", three_grids_file()}}, three_grids_trace},
+        {"cylindrical", {{"a.fld", cylindrical_file()}}, cylindrical_trace},
+        {"undefined_values", {{"a.fld", undefined_values_file()}}, undefined_values_trace},
+        {"silent_sections", {{"a.fld", silent_sections_file()}}, tetrahedron_trace},
+        {"results_series", series_files(), series_trace},
+    };
+    return list;
+}
+
+// ---- running ----
+
+static void write_files(const TemporaryDirectory& directory, const std::vector<NamedFile>& files,
+                        const Format& format)
+{
+    for (const NamedFile& file : files) {
+        if (file.absent) {
+            std::filesystem::remove(directory.path(file.name));
+        } else {
+            (void)directory.write(file.name,
+                                  file.bytes.empty() ? build(file.file, format) : file.bytes);
+        }
+    }
+}
+
+std::string run(TestHost& host, const Dataset& dataset, const Format& format)
+{
+    const TemporaryDirectory directory;
+    host.hidden_prefix = directory.path("");
+    host.controls = dataset.controls;
+    write_files(directory, dataset.files, format);
+    const std::string opened = directory.path(dataset.files.back().name);
+    host.open(opened);
+    if (host.error_flag() != 0) return host.take_trace();
+    host.peek(opened);
+    write_files(directory, dataset.changed, format);
+    for (int32_t grid = 1; grid <= host.grid_count(); ++grid) host.read(grid);
+    host.close();
+    return host.take_trace();
+}
+
+std::string pick(const std::string& trace, const std::vector<std::string>& words)
+{
+    std::istringstream stream(trace);
+    std::string kept;
+    for (std::string line; std::getline(stream, line);) {
+        const std::string word = line.substr(0, line.find(' '));
+        if (std::ranges::find(words, word) != words.end()) kept += line + "\n";
+    }
+    return kept;
+}
+
+std::string events(const std::string& trace)
+{
+    return pick(trace,
+                {"open", "read", "flag", "out", "err", "face", "tet", "pyramid", "prism", "hex"});
+}
+
+} // namespace fld_test

@@ -1,0 +1,128 @@
+// The program "fld": what it prints where, and how it ends.
+#include "datasets.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace fld_test
+{
+
+struct ProgramRun {
+    int status;
+    std::string out, err;
+};
+
+static std::string content(const std::string& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Runs the program in a directory of its own with the table's datasets in it.
+class Program : public testing::Test
+{
+protected:
+    ProgramRun run(const std::string& arguments) const
+    {
+        const std::string out = directory_.path("out"), err = directory_.path("err");
+        const std::string command = "cd " + directory_.path("") + " && " FLD_PROGRAM_PATH " " +
+                                    arguments + " >" + out + " 2>" + err;
+        const int status = system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(out), content(err)};
+    }
+    void write(const std::string& dataset_name) const
+    {
+        const auto found = std::ranges::find(datasets(), dataset_name, &Dataset::name);
+        for (const NamedFile& file : found->files) {
+            (void)directory_.write(file.name, build(file.file));
+        }
+    }
+
+    TemporaryDirectory directory_;
+};
+
+TEST_F(Program, describes_a_file_as_json)
+{
+    write("tetrahedron");
+    const ProgramRun info = run("info a.fld --json");
+    EXPECT_EQ(info.status, 0) << info.err;
+    const auto files = nlohmann::json::parse(info.out);
+    ASSERT_EQ(files.size(), 1U);
+    const auto& file = files[0];
+    EXPECT_EQ(file["file"], "a.fld");
+    EXPECT_EQ(file["reader"], "scSTREAM [Direct Reader]");
+    EXPECT_EQ(file["time"], 0.5);
+    EXPECT_EQ(file["results_only"], false);
+    ASSERT_EQ(file["grids"].size(), 1U);
+    const auto& grid = file["grids"][0];
+    EXPECT_EQ(grid["number"], 1);
+    EXPECT_EQ(grid["bounding_box"]["x"], (nlohmann::json{{"minimum", 0}, {"maximum", 1}}));
+    EXPECT_EQ(grid["bounding_box"]["z"], (nlohmann::json{{"minimum", 0}, {"maximum", 0}}));
+    EXPECT_EQ(grid["cells"]["tetrahedra"], 1);
+    EXPECT_EQ(grid["cells"]["hexahedra"], 0);
+    EXPECT_EQ(grid["boundary_regions"][0]["name"], "wall");
+    EXPECT_EQ(grid["boundary_regions"][1]["name"], "inlet");
+    EXPECT_EQ(grid["variables"][0]["name"], "Pressure (P)");
+    EXPECT_EQ(grid["variables"][0]["minimum"], -2);
+    EXPECT_EQ(grid["variables"][0]["undefined"], 0);
+}
+
+// The library's messages and the program's own go to standard error: what is piped stays pure.
+TEST_F(Program, keeps_standard_output_pure)
+{
+    write("tetrahedron");
+    write("passed_over");
+    (void)directory_.write("bad.fld", build(replaced(tetrahedron_file(), coordinate_system(9))));
+    const ProgramRun warned = run("info a.fld --json");
+    EXPECT_EQ(warned.status, 0);
+    EXPECT_TRUE(nlohmann::json::accept(warned.out));
+    EXPECT_NE(warned.err.find("Data reader warning: skipping surface region"), std::string::npos);
+    const ProgramRun failed = run("info bad.fld a.fld --json");
+    EXPECT_EQ(failed.status, 1);
+    const auto files = nlohmann::json::parse(failed.out);
+    ASSERT_EQ(files.size(), 2U);
+    EXPECT_TRUE(files[0].contains("errors"));
+    EXPECT_FALSE(files[1].contains("errors"));
+    EXPECT_NE(failed.err.find("FLD file error: invalid coordinate system: 9\n"), std::string::npos);
+}
+
+TEST_F(Program, lists_a_series)
+{
+    write("results_series");
+    (void)directory_.write("flow_0005.fld", build(tetrahedron_file()));
+    const ProgramRun series = run("series flow_0003.fld --json");
+    EXPECT_EQ(series.status, 0) << series.err;
+    const auto result = nlohmann::json::parse(series.out);
+    ASSERT_EQ(result["files"].size(), 4U);
+    EXPECT_EQ(result["files"][0]["file"], "flow_0001.fld");
+    EXPECT_EQ(result["files"][0]["has_grid"], true);
+    EXPECT_EQ(result["files"][2]["time"], 0.75);
+    EXPECT_EQ(result["files"][2]["has_grid"], false);
+    EXPECT_EQ(result["missing"].size(), 1U);
+}
+
+TEST_F(Program, ends_with_a_status_for_each_kind_of_failure)
+{
+    write("tetrahedron");
+    const std::pair<const char*, int> cases[] = {
+        {"info a.fld", 0},
+        {"--help", 0},
+        {"info missing.fld", 1},
+        {"series missing1.fld", 1},
+        {"series a.fld", 1},
+        {"info", 2},
+        {"", 2},
+        {"info a.fld --no-such-option", 2},
+        {"info a.fld --reader none", 2},
+    };
+    for (const auto& [arguments, status] : cases) {
+        const ProgramRun ended = run(arguments);
+        EXPECT_EQ(ended.status, status) << arguments << "\n" << ended.err;
+        EXPECT_EQ(ended.out.empty(), status != 0) << arguments;
+        EXPECT_EQ(ended.err.empty(), status == 0) << arguments << "\n" << ended.err;
+    }
+}
+
+} // namespace fld_test

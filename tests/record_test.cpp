@@ -1,0 +1,257 @@
+// The record layer by itself: framing, byte order, positions, typed reads.
+#include "fld_builder.h"
+
+#include "ui/util/nzn_io.h"
+
+#include <gtest/gtest.h>
+#include <limits>
+#include <optional>
+
+namespace fld_test
+{
+
+constexpr int32_t UNIT = 9;
+
+class Records : public testing::Test
+{
+protected:
+    ~Records() override { nzn_close_unit(UNIT); }
+
+    int32_t open(const std::string& bytes)
+    {
+        return nzn_open_unit(UNIT, directory_.write("records", bytes).c_str());
+    }
+    // The int32 of a record; nothing when beginning or reading it fails.
+    static std::optional<std::vector<int32_t>> next_ints(int64_t count)
+    {
+        std::vector<int32_t> values(static_cast<size_t>(count));
+        if (nzn_begin_record(UNIT) != 0) return {};
+        if (nzn_read_int32(UNIT, count, values.data()) != 0) return {};
+        return values;
+    }
+
+    TemporaryDirectory directory_;
+};
+
+using Ints = std::vector<int32_t>;
+
+static FldBuilder good_records(int count, const Format& format = {})
+{
+    FldBuilder b(format);
+    for (int i = 0; i < count; ++i) b.ints({i});
+    return b;
+}
+
+// ---- recognising a file ----
+
+TEST_F(Records, are_recognised_by_their_framing)
+{
+    const Format big{.big_endian = true};
+    const std::string marker = FldBuilder().encoded(4, 4), wrong = FldBuilder().encoded(5, 4);
+    const std::string damaged = marker + "data" + wrong, cut = marker + "da";
+    const std::string zero(4, '\0'), lowest = FldBuilder().encoded(INT32_MIN, 4);
+    const std::string head = FldBuilder().encoded(-4, 4);
+    const auto bytes = [](const FldBuilder& b) { return b.bytes(); };
+    const struct {
+        const char* name;
+        std::string bytes;
+        int32_t status;
+    } cases[] = {
+        {"empty file", "", 2},
+        {"3 bytes", std::string(3, '\0'), 2},
+        {"head marker only", zero, 2},
+        {"one empty record", zero + zero, 0},
+        {"3 stray bytes", bytes(good_records(1)) + "xyz", 0},
+        {"4 stray bytes", bytes(good_records(1)) + "wxyz", 2},
+        {"text", "This is no unformatted file, whatever its name may say.\n", 2},
+        {"tail differs", damaged, 2},
+        {"9 good records", bytes(good_records(9)) + damaged, 2},
+        {"10 good records", bytes(good_records(10)) + damaged, 0},
+        {"10 good records, big-endian", bytes(good_records(10, big)) + damaged, 0},
+        {"9 good records, cut", bytes(good_records(9)) + cut, 2},
+        {"12 good records, cut", bytes(good_records(12)) + cut, 0},
+        {"continued, tails right", head + "data" + marker + marker + "data" + head, 0},
+        {"continued, last tail positive", head + "data" + marker + marker + "data" + marker, 2},
+        {"continued, first tail negative", head + "data" + head + marker + "data" + head, 2},
+        {"head of the lowest number", lowest + zero + lowest, 2},
+        {"10 good records, head of the lowest number", bytes(good_records(10)) + lowest + zero, 0},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(open(c.bytes), c.status) << c.name;
+        EXPECT_EQ(nzn_begin_record(UNIT), c.status == 0 ? 0 : 5) << c.name;
+    }
+    EXPECT_EQ(nzn_open_unit(UNIT, directory_.path("missing").c_str()), 1);
+    EXPECT_EQ(nzn_open_unit(UNIT, directory_.path("").c_str()), 1);
+}
+
+// Ten empty records are well framed in both orders; both walks then fail at the same place. Taken
+// for big-endian, the last record would go on beyond the end of the file.
+TEST_F(Records, tie_goes_to_little_endian)
+{
+    ASSERT_EQ(open(std::string(80, '\0') + FldBuilder().encoded(2, 4) + "??"), 0);
+    for (int i = 0; i < 11; ++i) EXPECT_EQ(nzn_begin_record(UNIT), 0);
+    char text[3];
+    EXPECT_EQ(nzn_read_chars(UNIT, 2, text), 0);
+    EXPECT_EQ(nzn_read_chars(UNIT, 1, text), 5);
+}
+
+TEST_F(Records, units_are_101_at_most)
+{
+    const std::string path = directory_.write("records", good_records(1).bytes());
+    for (int32_t unit = 0; unit < 101; ++unit) ASSERT_EQ(nzn_open_unit(unit, path.c_str()), 0);
+    EXPECT_EQ(nzn_open_unit(101, path.c_str()), 1);
+    EXPECT_EQ(nzn_begin_record(101), 5);
+    EXPECT_EQ(nzn_open_unit(50, path.c_str()), 0);
+    EXPECT_EQ(nzn_close_unit(3), 0);
+    EXPECT_EQ(nzn_close_unit(3), 0);
+    EXPECT_EQ(nzn_open_unit(101, path.c_str()), 0);
+    for (int32_t unit = 0; unit < 102; ++unit) {
+        EXPECT_EQ(nzn_begin_record(unit), unit == 3 ? 5 : 0) << unit;
+        EXPECT_EQ(nzn_close_unit(unit), 0);
+    }
+}
+
+TEST_F(Records, fail_on_a_unit_that_is_not_open)
+{
+    int32_t number = 0;
+    EXPECT_EQ(nzn_begin_record(UNIT), 5);
+    EXPECT_EQ(nzn_skip_record(UNIT), 5);
+    EXPECT_EQ(nzn_tell(UNIT), -1);
+    EXPECT_EQ(nzn_seek(UNIT, 0), 5);
+    EXPECT_EQ(nzn_read_int32(UNIT, 0, &number), 5);
+    EXPECT_EQ(nzn_skip_bytes(UNIT, 0), 5);
+    EXPECT_EQ(nzn_close_unit(UNIT), 0);
+}
+
+// ---- reading ----
+
+// The same numbers and text whatever the framing; short sub-records divide every number.
+TEST_F(Records, read_the_same_in_every_framing)
+{
+    for (const bool big_endian : {false, true}) {
+        for (const int32_t limit : {0, 1, 2, 3, 4, 5, 7, 11, 16}) {
+            const Format format{.big_endian = big_endian, .max_subrecord = limit};
+            FldBuilder b(format);
+            const std::string doubles =
+                b.encoded(0x3FF0000000000000, 8) + b.encoded(int64_t{0x7FF0} << 48, 8);
+            b.ints({258, -1, INT32_MIN, 7}).record("ABCDEFG").record(doubles);
+            b.record(b.encoded(0x3FC00000, 4)).ints({1, 2, 3}).ints({42});
+            SCOPED_TRACE("sub-records of " + std::to_string(limit));
+            ASSERT_EQ(open(b.bytes()), 0);
+            EXPECT_EQ(next_ints(4), (Ints{258, -1, INT32_MIN, 7}));
+            char text[8] = "-------";
+            EXPECT_EQ(nzn_begin_record(UNIT), 0);
+            EXPECT_EQ(nzn_read_chars(UNIT, 2, text), 0);
+            EXPECT_EQ(nzn_skip_bytes(UNIT, 3), 0);
+            EXPECT_EQ(nzn_read_chars(UNIT, 2, text + 2), 0);
+            EXPECT_STREQ(text, "ABFG---");
+            double real[2] = {};
+            EXPECT_EQ(nzn_begin_record(UNIT), 0);
+            EXPECT_EQ(nzn_read_float64(UNIT, 2, real), 0);
+            EXPECT_EQ(real[0], 1.0);
+            EXPECT_EQ(real[1], std::numeric_limits<double>::infinity());
+            float single = 0;
+            EXPECT_EQ(nzn_begin_record(UNIT), 0);
+            EXPECT_EQ(nzn_read_float32(UNIT, 1, &single), 0);
+            EXPECT_EQ(single, 1.5F);
+            EXPECT_EQ(next_ints(1), Ints{1}); // the rest is passed over by the next begin
+            EXPECT_EQ(next_ints(1), Ints{42});
+            EXPECT_EQ(nzn_begin_record(UNIT), 4);
+            EXPECT_EQ(nzn_begin_record(UNIT), 4);
+        }
+    }
+}
+
+TEST_F(Records, refuse_more_than_they_hold)
+{
+    for (const int32_t limit : {0, 3}) {
+        Ints values(3, -7);
+        ASSERT_EQ(open(FldBuilder({.max_subrecord = limit}).ints({1, 2}).ints({3}).bytes()), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "no record is begun";
+        EXPECT_EQ(nzn_begin_record(UNIT), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, 0, values.data()), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, -1, values.data()), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, 3, values.data()), 5);
+        EXPECT_EQ(values, (Ints{1, 2, -7}));
+        EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "the record is consumed";
+        EXPECT_EQ(next_ints(1), Ints{3});
+        EXPECT_EQ(nzn_skip_bytes(UNIT, 1), 5);
+        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
+        EXPECT_EQ(nzn_begin_record(UNIT), 0);
+        EXPECT_EQ(nzn_skip_bytes(UNIT, 9), 5);
+    }
+}
+
+// ---- positions ----
+
+TEST_F(Records, can_be_found_again)
+{
+    const std::string large(5000, 'x'); // passed over by seeking, small ones by reading
+    for (const int32_t limit : {0, 7, 4096, 4097}) {
+        const Format format{.max_subrecord = limit};
+        const int64_t second =
+            static_cast<int64_t>(FldBuilder(format).record(large).bytes().size());
+        const FldBuilder b = FldBuilder(format).record(large).ints({1}).record("").ints({2});
+        ASSERT_EQ(open(b.bytes()), 0);
+        EXPECT_EQ(nzn_tell(UNIT), 0);
+        EXPECT_EQ(nzn_begin_record(UNIT), 0);
+        char text[3];
+        EXPECT_EQ(nzn_read_chars(UNIT, 3, text), 0);
+        EXPECT_EQ(nzn_tell(UNIT), second);
+        EXPECT_EQ(nzn_tell(UNIT), second);
+        EXPECT_EQ(next_ints(1), Ints{1});
+        EXPECT_EQ(nzn_skip_record(UNIT), 0);
+        EXPECT_EQ(next_ints(1), Ints{2});
+        EXPECT_EQ(nzn_tell(UNIT), static_cast<int64_t>(b.bytes().size()));
+        EXPECT_EQ(nzn_begin_record(UNIT), 4);
+        EXPECT_EQ(nzn_seek(UNIT, second), 0);
+        EXPECT_EQ(next_ints(1), Ints{1});
+        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
+        EXPECT_EQ(nzn_skip_record(UNIT), 0);
+        EXPECT_EQ(next_ints(1), Ints{1});
+    }
+}
+
+// ---- damage behind a good start ----
+
+TEST_F(Records, fail_where_the_damage_begins)
+{
+    constexpr int32_t ANYTHING = -1;
+    const FldBuilder b;
+    const std::string good = good_records(10).bytes();
+    const std::string four = b.encoded(4, 4), five = b.encoded(5, 4), minus_four = b.encoded(-4, 4);
+    const struct {
+        const char* name;
+        std::string bytes;
+        int32_t begin, read, next, skip; // statuses at the record after the good ones
+    } cases[] = {
+        {"tail differs", four + "data" + five + four + "data" + four, 0, 0, 5, 0},
+        {"data cut", four + "da", 0, 4, 5, 5},
+        {"tail cut", four + "data" + "\4", 0, 0, 4, 0},
+        {"tail missing", four + "data", 0, 0, 4, 0},
+        {"continuation missing", minus_four + "data" + four, 0, 0, 4, 4},
+        {"tail before the continuation differs", minus_four + "data" + five + four, 0, 0, 5, 5},
+        {"wrong tail sign", four + "data" + minus_four + four + "data" + five, 0, 0, 0, 0},
+        {"head of the lowest number", b.encoded(INT32_MIN, 4) + "data", 5, 5, ANYTHING, 5},
+        {"head beyond the file", b.encoded(INT32_MAX, 4) + "data", 0, 0, 4, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_EQ(open(good + c.bytes), 0);
+        for (int i = 0; i < 10; ++i) EXPECT_EQ(next_ints(1), Ints{i});
+        const int64_t position = nzn_tell(UNIT);
+        EXPECT_EQ(position, static_cast<int64_t>(good.size()));
+        char text[4];
+        EXPECT_EQ(nzn_begin_record(UNIT), c.begin);
+        EXPECT_EQ(nzn_read_chars(UNIT, 4, text), c.read);
+        // Seeking beyond the end of a file succeeds; only the next read shows it.
+        const int32_t next = nzn_begin_record(UNIT);
+        EXPECT_TRUE(next == c.next || c.next == ANYTHING) << next;
+        EXPECT_EQ(nzn_seek(UNIT, position), 0);
+        EXPECT_EQ(nzn_skip_record(UNIT), c.skip);
+        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
+        EXPECT_EQ(next_ints(1), Ints{0});
+    }
+}
+
+} // namespace fld_test

@@ -1,0 +1,185 @@
+// The values of a grid's variables: their places, missing ones, buffers, cylindrical vectors.
+#include "datasets.h"
+
+#include <gtest/gtest.h>
+
+namespace fld_test
+{
+
+static std::string values_of(const std::vector<NamedFile>& files, const Controls& controls = {})
+{
+    TestHost host;
+    host.start();
+    return pick(run(host, {"", files, "", {}, controls}), {"out", "variable", "value"});
+}
+
+static const std::vector<double> ones = {1, 1, 1, 1};
+static const std::vector<Point> numbered(4, {1, 2, 3});
+
+static Sections grid_of(const Sections& variables)
+{
+    Sections grid = {coordinate_system(0), nodes(cube_corners(4)), materials({1}),
+                     elements({{TETRAHEDRON, {0, 1, 2, 3}}})};
+    grid.insert(grid.end(), variables.begin(), variables.end());
+    return grid;
+}
+
+constexpr const char* missing = "value inf inf inf inf\n";
+
+// More variables than the host has rows for: the count tells, and the host then hands over a value
+// buffer of that count. Rows without a section, and vectors that do not fit, are undefined.
+TEST(Values, stay_within_the_rows)
+{
+    const FldFile file{{grid_of({scalar("A", "", ones), vector("U", "", numbered),
+                                 scalar("B", "", {2, 2, 2, 2}), scalar("C", "", {3, 3, 3, 3})})}};
+    const std::string a = "variable A\n", a_values = "value 1 1 1 1\n";
+    const std::string u = "variable U (x-component); U\nvariable U (y-component)\n"
+                          "variable U (z-component)\n";
+    const std::string u_values = a_values + "value 2 2 2 2\nvalue 3 3 3 3\n";
+    const auto values = [&](int32_t capacity) {
+        return values_of({{"a.fld", file}}, {.variable_capacity = capacity});
+    };
+    std::string rest = missing;
+    EXPECT_EQ(values(6), a + u + "variable B\nvariable C\n" + a_values + u_values +
+                             "value 2 2 2 2\nvalue 3 3 3 3\n");
+    EXPECT_EQ(values(5), a + u + "variable B\nvariable count 6\n" + a_values + u_values +
+                             "value 2 2 2 2\n" + rest);
+    EXPECT_EQ(values(4), a + u + "variable count 6\n" + a_values + u_values + rest + rest);
+    const std::string nothing = rest + rest + rest + rest + rest;
+    EXPECT_EQ(values(3), a + "variable (untouched)\nvariable (untouched)\nvariable count 6\n" +
+                             a_values + nothing);
+    EXPECT_EQ(values(1), a + "variable count 6\n" + a_values + nothing);
+    EXPECT_EQ(values(0), "variable count 6\n" + rest + nothing);
+}
+
+// A host may ask for fewer variables than there are: a vector that is not asked for in full is not
+// read.
+class FewerVariables : public testing::TestWithParam<int32_t>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(All, FewerVariables, testing::Range(0, 8));
+
+TEST_P(FewerVariables, fill_no_more_than_the_buffer)
+{
+    const FldFile file{
+        {grid_of({scalar("A", "", ones), vector("U", "", numbered), vector("V", "", numbered)})}};
+    TestHost host;
+    host.start();
+    const TemporaryDirectory directory;
+    host.open(directory.write("a.fld", build(file)));
+    host.take_trace();
+    host.set_variable_count(GetParam());
+    host.read(1);
+    const std::string vector_values = "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\n";
+    std::string expected = GetParam() > 0 ? "value 1 1 1 1\n" : "";
+    int32_t left = GetParam() - 1;
+    for (; left >= 3; left -= 3) expected += vector_values;
+    for (; left > 0; --left) expected += missing;
+    EXPECT_EQ(pick(host.take_trace(), {"out", "value"}), expected);
+}
+
+// Later grids with other variables, another order, and a variable of the paired grid file only.
+TEST(Values, keep_their_rows_in_every_grid)
+{
+    const FldFile grid{{grid_of({scalar("G", "", ones), scalar("A", "", {9, 9, 9, 9})})}};
+    const FldFile results{{{coordinate_system(0), vector("U", "", numbered), scalar("A", "", ones)},
+                           grid_of({scalar("B", "", {4, 4, 4, 4}), scalar("A", "", {5, 5, 5, 5}),
+                                    vector("U", "", numbered)})}};
+    EXPECT_EQ(values_of({{"s1.fld", grid}, {"s2.fld", results}}),
+              std::string("variable U (x-component); U\nvariable U (y-component)\n"
+                          "variable U (z-component)\nvariable A\nvariable B\nvariable G\n"
+                          "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\nvalue 1 1 1 1\n") +
+                  missing + missing +
+                  "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\nvalue 5 5 5 5\n"
+                  "value 4 4 4 4\n" +
+                  missing);
+}
+
+// The same key under another label is another variable of the host's, from the same section.
+TEST(Values, of_one_key_under_two_labels)
+{
+    const FldFile file{
+        {grid_of({scalar("A", "First", ones)}), grid_of({scalar("A", "Second", {7, 7, 7, 7})})}};
+    EXPECT_EQ(values_of({{"a.fld", file}}),
+              "variable First (A)\nvariable Second (A)\nvalue 1 1 1 1\nvalue 1 1 1 1\n"
+              "value 7 7 7 7\nvalue 7 7 7 7\n");
+}
+
+// ---- cylindrical vectors ----
+
+// Radial, angular and axial component: the angular one is a rate, times the radius.
+static const std::vector<Point> turning(4, {1, 0.5, 3});
+constexpr double half_turn = 3.14159274101257324; // a float; its sine is -8.7422777e-8
+
+static Sections cylinder(int32_t system, const std::vector<Point>& positions,
+                         const Section& vectors)
+{
+    return {coordinate_system(system), nodes(positions), materials({1}),
+            elements({{TETRAHEDRON, {0, 1, 2, 3}}}), vectors};
+}
+
+TEST(CylindricalVectors, use_radius_and_angle_as_stored)
+{
+    // A radius of 0 keeps its angle, a negative radius its sign.
+    const std::vector<Point> positions = {{2, 0, 0}, {0, half_turn, 0}, {-2, 0, 0}, {4, 0, 1}};
+    const FldFile grid{{cylinder(1, positions, vector("U", "", turning))}};
+    const std::string expected = "value 1 -1 1 1\nvalue 1 -8.742278e-08 -1 2\nvalue 3 3 3 3\n";
+    const std::string names = "variable U (x-component); U\nvariable U (y-component)\n"
+                              "variable U (z-component)\n";
+    EXPECT_EQ(values_of({{"a.fld", grid}}), names + expected);
+    // In a results file whose own system is cylindrical or not given.
+    for (const Sections& first : {Sections{coordinate_system(1), vector("U", "", turning)},
+                                  Sections{vector("U", "", turning)}}) {
+        EXPECT_EQ(values_of({{"s1.fld", grid}, {"s2.fld", {{first}}}}), names + expected);
+    }
+    // Cartesian results of a cylindrical grid are left alone.
+    const Sections cartesian = {coordinate_system(0), vector("U", "", turning)};
+    EXPECT_EQ(values_of({{"s1.fld", grid}, {"s2.fld", {{cartesian}}}}),
+              names + "value 1 1 1 1\nvalue 0.5 0.5 0.5 0.5\nvalue 3 3 3 3\n");
+}
+
+// Cylindrical results of a Cartesian grid: radius and angle follow from x and y.
+TEST(CylindricalVectors, of_a_cartesian_grid)
+{
+    const std::vector<Point> positions = {{2, 0, 5}, {0, 0, 5}, {4, 0, 0}, {0.25, 0, 1}};
+    const FldFile grid{{cylinder(0, positions, scalar("P", "", ones))}};
+    const FldFile results{{{coordinate_system(1), vector("U", "", turning)}}};
+    EXPECT_EQ(pick(values_of({{"s1.fld", grid}, {"s2.fld", results}}), {"out", "value"}),
+              std::string("value 1 1 1 1\nvalue 1 0 2 0.125\nvalue 3 3 3 3\n") + missing);
+}
+
+TEST(CylindricalVectors, may_mix_element_sizes)
+{
+    const std::vector<Point> positions = {{2, 0, 0}, {1, 0, 0}, {4, 0, 0}, {0, 0, 1}};
+    for (const int32_t mix : {0, 1, 2, 3, 4, 5, 6, 7}) {
+        const auto size = [=](int32_t item) { return (mix >> item & 1) != 0 ? 8 : 4; };
+        const Section mixed{"LS_Vector:U", [=](FldBuilder& b) {
+                                b.int_item(0).int_item(0).text_item("").int_item(4);
+                                b.real_array({1, 1, 1, 1}, size(0));
+                                b.real_array({0.5, 0.5, 0.5, 0.5}, size(1));
+                                b.real_array({3, 3, 3, 3}, size(2));
+                            }};
+        EXPECT_EQ(pick(values_of({{"a.fld", {{cylinder(1, positions, mixed)}}}}), {"out", "value"}),
+                  "value 1 1 1 1\nvalue 1 0.5 2 0\nvalue 3 3 3 3\n");
+    }
+}
+
+// ---- 8-byte reals ----
+
+TEST(Values, of_8_bytes_are_rounded_to_the_nearest_float)
+{
+    // Just below, on (to even, down and up) and just above the middle between two floats; beyond
+    // the largest float; below half of the smallest.
+    const double step = 0x1p-23;
+    const std::vector<double> low = {1 + step * 0.4999, 1 + step * 0.5, 1 + step * 1.5,
+                                     1 + step * 0.5001};
+    const std::vector<double> ends = {3.5e38, -3.5e38, 1e-46, 0.1};
+    FldFile file{{grid_of({scalar("A", "", low), scalar("B", "", ends)})}};
+    TestHost host;
+    host.start();
+    EXPECT_EQ(pick(run(host, {"", {{"a.fld", file}}, ""}, {.precision = 8}), {"out", "value"}),
+              "value 1 1 1.0000002 1.0000001\nvalue inf -inf 0 0.1\n");
+}
+
+} // namespace fld_test

@@ -1,0 +1,354 @@
+// The layouts of the header and of every section: what is accepted, and what fails silently. Each
+// case is the tetrahedron with one section written by hand.
+#include "datasets.h"
+
+#include <algorithm>
+#include <bit>
+#include <gtest/gtest.h>
+
+namespace fld_test
+{
+
+static std::string trace_of(const FldFile& file)
+{
+    TestHost host;
+    host.start();
+    return run(host, {"", {{"a.fld", file}}, ""});
+}
+
+// ---- layouts ----
+
+struct Layout {
+    const char* name;
+    Section section; // replaces the tetrahedron's, or joins it
+    bool opens;
+};
+
+static const std::vector<double> x = {0, 1, 0, 1}, y = {0, 0, 1, 1}, z = {0, 0, 0, 0};
+
+// Real numbers in one record, without a descriptor.
+static Item floats(const std::vector<double>& values)
+{
+    return [=](FldBuilder& b) {
+        std::string data;
+        for (const double value : values) {
+            data += b.encoded(std::bit_cast<int32_t>(static_cast<float>(value)), 4);
+        }
+        b.record(data);
+    };
+}
+
+static std::vector<Item> joined(std::vector<Item> first, const std::vector<Item>& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// The x coordinates of four nodes as given, and the others.
+static Section four_nodes(const std::vector<Item>& x_items)
+{
+    return layout("LS_Nodes", joined(joined({int_item(3), int_item(4)}, x_items),
+                                     {real_array(y), real_array(z)}));
+}
+
+// A section of one region.
+static Section region(const char* section, int32_t name_length, const std::vector<Item>& items)
+{
+    return layout(section, joined({int_item(3), int_item(1), int_item(name_length)}, items));
+}
+
+static Section ale(int32_t name_length, const std::vector<Item>& items)
+{
+    return layout("LS_ALE", joined({int_item(0), int_item(name_length), int_item(0)}, items));
+}
+
+static Section ale_entry(const std::vector<Item>& items)
+{
+    return ale(
+        4, joined({int_item(1), int_item(0), int_item(1), text_item("part"), int_item(1)}, items));
+}
+
+static Section coc(const std::vector<Item>& list)
+{
+    return layout("LS_STREAMcoc", joined({int_item(0)}, list));
+}
+
+static std::vector<Layout> layouts()
+{
+    Section open_nodes = nodes(cube_corners(4));
+    open_nodes.closed = false;
+    const Item none = int_array({}), zero = int_item(0), three = int_item(3);
+    const Item wall = text_item("wall");
+    const auto repeated = [](int count, const Item& item) {
+        return std::vector<Item>(static_cast<size_t>(count), item);
+    };
+    const char* const types = "LS_RegionName&Type";
+    const char* const materials_name = "LS_MatOfElements";
+    const char* const surface = "LS_SurfaceGeometry";
+    const char* const surface_list = "LS_SurfaceGeometryArray";
+    const char* const volume = "LS_VolumeGeometry";
+    const char* const volume_list = "LS_VolumeGeometryArray";
+    const std::string coc_name = "LS_STREAMcoc" + std::string(20, '\0');
+    const std::string cut_name = "LS_Scalar:P" + std::string("\0junk", 5) + std::string(16, ' ');
+    const std::vector<Item> whole_coc = {zero, int_array({1, 2, 3})};
+    return {
+        {"nodes_without_end_record", open_nodes, false},
+        {"int_item_of_8_bytes",
+         layout("LS_Nodes", {ints({8, 1, 1}), ints({3, 0}), int_item(4), real_array(x),
+                             real_array(y), real_array(z)}),
+         false},
+        {"longer_records",
+         layout("LS_Nodes", {ints({4, 1, 1, 9}), ints({3, 9}), int_item(4), ints({4, 4, 1, 9}),
+                             floats({0, 1, 0, 1, 9}), real_array(y), real_array(z, 8)}),
+         true},
+        {"more_values_than_nodes",
+         four_nodes({ints({4, 3, 2}), floats({0, 1, 0}), floats({1, 9, 9})}), true},
+        {"short_last_record", four_nodes({ints({4, 3, 2}), floats({0, 1, 0}), floats({})}), false},
+        {"records_for_3_nodes", four_nodes({real_array({0, 1, 0})}), false},
+        {"more_records_than_nodes", four_nodes(joined({ints({4, 1, 5})}, repeated(5, floats({1})))),
+         false},
+        {"reals_of_2_bytes", four_nodes({ints({2, 4, 1}), record("12345678")}), false},
+        {"negative_node_count", layout("LS_Nodes", {three, int_item(-1), none, none, none}), false},
+        {"longer_material_record",
+         layout(materials_name, {three, int_item(1), ints({4, 1, 1}), ints({1, 5})}), true},
+        {"materials_of_8_bytes",
+         layout(materials_name, {three, int_item(1), ints({8, 1, 1}), ints({1, 0})}), false},
+        {"negative_material_count", layout(materials_name, {three, int_item(-1), none}), false},
+        {"fewer_list_entries_than_elements",
+         layout("LS_Elements",
+                {three, int_item(2), int_array({34, 34}), int_item(1), int_array({1})}),
+         false},
+        {"region_name_length_minus_2", region(types, -2, {text_item("Inlet"), wall}), false},
+        {"region_type_of_33_records",
+         region(types, -1, joined(joined({ints({1, 1, 33})}, repeated(33, record("i"))), {wall})),
+         false},
+        {"surface_name_length_minus_2", region(surface, -2, {wall, zero, none, none, zero, none}),
+         false},
+        {"negative_face_count", region(surface, -1, {wall, int_item(-1), none, none, zero, none}),
+         false},
+        {"negative_node_list_length",
+         region(surface_list, 4, {wall, int_array({0}), none, none, int_array({-1}), none}), false},
+        {"no_surface_regions_in_an_array",
+         layout(surface_list, {three, zero, zero, text_item(""), none, none, none, none, none}),
+         true},
+        {"no_volumes", layout(volume, {three, zero, int_item(-2)}), true},
+        {"volume_name_length_minus_2", region(volume, -2, {text_item("fluid"), zero, none}), false},
+        {"negative_volume_list", region(volume, -1, {wall, int_item(-1), none}), false},
+        {"volume_lists_of_9_for_10",
+         layout(volume_list, {three, int_item(2), int_item(1), text_item("ab"), int_array({4, 6}),
+                              int_array({1, 2, 3, 4, 5, 6, 7, 8, 9})}),
+         false},
+        {"negative_number_of_volumes",
+         layout(volume_list, {three, int_item(-1), zero, text_item(""), none, none}), false},
+        {"no_ale_groups", ale(-9, {zero}), true},
+        {"empty_ale_group", ale(-9, {int_item(1), zero, zero}), true},
+        {"ale_names_of_negative_length", ale(-1, {int_item(1), int_item(1), text_item(""), zero}),
+         false},
+        {"ale_triple_of_2_values", ale_entry({real_array({1, 2})}), false},
+        {"ale_triple_in_3_records", ale_entry(joined({ints({8, 1, 3})}, repeated(3, ints({0, 1})))),
+         true},
+        {"coc_in_3_records", coc(joined({ints({4, 1, 3})}, repeated(3, ints({1})))), true},
+        {"coc_with_empty_last_record", coc({ints({4, 2, 3}), ints({1, 2}), ints({3}), ints({})}),
+         true},
+        {"coc_of_2_values", coc({int_array({1, 2})}), false},
+        {"coc_of_8_bytes", coc({real_array({1, 2, 3}, 8)}), false},
+        {"coc_of_4_records", coc(joined({ints({4, 1, 4})}, repeated(4, ints({1})))), false},
+        {"unknown_empty_section", layout("LS_Something", {}), true},
+        {"lower_case_name", layout("ls_nodes", {int_item(1)}), true},
+        {"name_padded_with_NUL",
+         layout("LS_STREAMcoc",
+                joined(joined(whole_coc, {ints({0, 0, 0}), record(coc_name)}), whole_coc)),
+         true},
+        {"name_ending_at_a_NUL",
+         layout("LS_STREAMcoc",
+                joined(whole_coc, {ints({0, 0, 0}), record(cut_name), int_item(1)})),
+         false},
+    };
+}
+
+class Layouts : public testing::TestWithParam<Layout>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(All, Layouts, testing::ValuesIn(layouts()), test_name);
+
+TEST_P(Layouts, are_accepted_or_fail_silently)
+{
+    FldFile file = tetrahedron_file();
+    const auto& [name, section, opens] = GetParam();
+    const auto same = std::ranges::find(file.grids[0], section.name, &Section::name);
+    file = same == file.grids[0].end() ? added(file, section) : replaced(file, section);
+    const std::string trace = trace_of(file);
+    const std::vector<std::string> words = {"out", "flag", "face", "x", "y", "z", "value"};
+    EXPECT_EQ(pick(trace, words), opens ? pick(datasets()[0].trace, words) : "flag 1\n");
+}
+
+// ---- the header ----
+
+TEST(Header, keyword_groups)
+{
+    const Section cycle_in_two =
+        layout("Cycle", {int_item(1), ints({8, 1, 2}), ints({0, 0}), ints({0, 0})});
+    const Section wrong_size = layout("Cycle", {int_item(1), ints({2, 1, 1}), ints({0})});
+    const Section double_marker = layout("Unused", {real_array({7}, 4), real_array({-2}, 8)});
+    const Section marker_of_8_bytes = layout("Unused", {real_array({7}, 8)});
+    const Section two_markers = layout("Unused", {real_array({7}, 4), real_array({-2}, 4)});
+    const Section nothing = layout("Anything", {});
+    const Section items = layout("Anything", {ints({4, 100, 3}), record("1"), record(""),
+                                              record("333"), ints({1, 32, 1}), record("text")});
+    const auto bias_named = [](const std::string& name) {
+        return layout("Dimension", {int_item(3), ints({0, 0, 0}), record(name), int_item(1)});
+    };
+    Section unclosed = bias();
+    unclosed.closed = false;
+    const struct {
+        const char* name;
+        Sections keywords;
+        const char* time; // empty: refused
+        const char* value = "value 1 -2 0.5 1e+30\n";
+    } cases[] = {
+        {"minimal", {bias()}, "0"},
+        {"the last one counts", {bias(), cycle(1, 1), nothing, cycle(2, 8)}, "8"},
+        {"unknown keywords", {items, bias(), nothing, layout("bias", {})}, "0"},
+        {"padded with NUL", {bias_named("Bias" + std::string(28, '\0'))}, "0"},
+        {"longer keyword record", {bias_named(padded("Bias", 32) + "more")}, "0"},
+        {"double marker", {bias(), double_marker}, "0", "value 1 -2 0.5 1e+30\n"},
+        {"marker of 0", {bias(), unused(0)}, "0"},
+        {"single marker", {bias(), unused(-2)}, "0", "value 1 inf 0.5 1e+30\n"},
+        {"time in two records", {bias(), cycle_in_two}, ""},
+        {"time of 2 bytes", {bias(), wrong_size}, ""},
+        {"marker of 8 bytes", {bias(), marker_of_8_bytes}, ""},
+        {"two single markers", {bias(), two_markers}, ""},
+        {"no end record", {unclosed, cycle(1, 1)}, ""},
+    };
+    for (const auto& c : cases) {
+        const std::string trace = trace_of(with_keywords(tetrahedron_file(), c.keywords));
+        const std::string good =
+            "flag 0\ntime " + std::string(c.time) + " flag 0\nflag 0\nx 0 1 0 1\n";
+        EXPECT_EQ(pick(trace, {"flag", "time", "out", "x", "value"}),
+                  *c.time ? good + c.value : "flag 1\n")
+            << c.name;
+    }
+    // A double marker is another value than the single one, and found in doubles only.
+    const FldFile doubles = with_keywords(tetrahedron_file(), {bias(), double_marker});
+    TestHost host;
+    host.start();
+    EXPECT_EQ(pick(run(host, {"", {{"a.fld", doubles}}, ""}, {.precision = 8}), {"value"}),
+              "value 1 inf 0.5 1e+30\n");
+}
+
+// A file that ends inside the header: after whole keyword groups the header is complete, and the
+// open fails for want of a grid; a short first record is no wrong magic.
+TEST(Header, ends_early)
+{
+    const std::string magic = FldBuilder().record("CRDL-FLD").bytes();
+    const std::string short_magic = FldBuilder().record("CRDL-FL").ints({4}).bytes();
+    for (const std::string& bytes : {magic, short_magic, FldBuilder().record("").bytes(),
+                                     FldBuilder().record("CRDL-FLD").record("123").bytes(),
+                                     FldBuilder().record("CRDL-FLD").ints({4}).bytes()}) {
+        TestHost host;
+        host.start();
+        const std::string missing = "out FLD file error: Bias value is missing.\n";
+        const bool complete = bytes.size() == magic.size() + 12;
+        EXPECT_EQ(run(host, {"", {{"a.fld", {}, bytes}}, ""}),
+                  "open\n" + (complete ? missing : "") + "flag 1\n");
+    }
+}
+
+// ---- regions and names ----
+
+TEST(RegionTypes, mark_walls)
+{
+    const std::pair<std::string, bool> types[] = {
+        {"Wall_Boundary", true},
+        {"Solid_Boundary", true},
+        {"WALL(", true},
+        {"WALL(moving) and more, and more, and more", true}, // cut after 32 characters
+        {"THERM(adiabatic)", true},
+        {padded("Wall_Boundary", 32), true},
+        {"Wall_Boundary" + std::string(4, '\0'), true},
+        {"Wall_Boundary" + std::string("\0 junk", 6), true}, // ends at the first NUL
+        {"wall_boundary", false},
+        {"Wall_Boundary2", false},
+        {" Wall_Boundary", false},
+        {"Solid_Boundary(", false},
+        {"wall(", false},
+        {"WALL", false},
+        {"A WALL(", false},
+        {"", false},
+    };
+    for (const auto& [type, is_wall] : types) {
+        for (const int32_t name_length : {-1, 4, 20}) {
+            const FldFile file =
+                replaced(tetrahedron_file(), region_types({{type, "wall"}}, name_length));
+            EXPECT_EQ(pick(trace_of(file), {"tet", "out"}),
+                      is_wall ? "tet 0 7 0 0 | 1 2 3 4\n" : "tet 0 0 0 0 | 1 2 3 4\n")
+                << type;
+        }
+    }
+}
+
+TEST(RegionNames, are_compared_without_padding)
+{
+    const Face face{TRIANGLE_FACE, 0, {3, 1, 2}};
+    const std::pair<std::string, bool> names[] = {
+        {"wall", true},  {"wall  ", true}, {"wall" + std::string("\0x", 2), true},
+        {"Wall", false}, {" wall", false}, {"wall2", false},
+    };
+    for (const auto& [name, is_wall] : names) {
+        for (const Section& section :
+             {surfaces({{name, {face}}}), surfaces({{name, {face}}}, 32)}) {
+            EXPECT_EQ(pick(trace_of(replaced(tetrahedron_file(), section)), {"tet", "out"}),
+                      is_wall ? "tet 0 7 0 0 | 1 2 3 4\n" : "tet 0 0 0 0 | 1 2 3 4\n")
+                << name;
+        }
+    }
+}
+
+// ---- labels ----
+
+TEST(Labels, make_the_variables_names)
+{
+    const auto labelled = [](const std::vector<Item>& label) {
+        return layout("LS_Scalar:P",
+                      joined(joined({int_item(0)}, label), {int_item(4), real_array(x)}));
+    };
+    const Section two_twenties = labelled(
+        {ints({1, 20, 2}), record("abcdefghijklmnopqrst"), record("uvwxyzABCDEFGHIJKLMN")});
+    const Section no_characters = labelled({ints({1, 0, 5}), record("ignored")});
+    const Section too_many_records =
+        labelled(joined({ints({1, 1, 33})}, std::vector<Item>(33, record("x"))));
+    const std::string key(22, 'k'), label(32, 'L');
+    const std::vector<Point> points = cube_corners(4);
+    const std::pair<Section, std::string> cases[] = {
+        {scalar("P", "Pressure", x), "variable Pressure (P)\n"},
+        {scalar("P", "P", x), "variable P\n"},
+        {scalar("P", "", x), "variable P\n"},
+        {scalar("P", "p", x), "variable p (P)\n"},
+        {scalar("P", "P" + std::string("\0x", 2), x), "variable P\n"},
+        {scalar("P", " P", x), "variable  P (P)\n"},
+        {scalar(" P", "", x), "variable  P\n"},
+        {scalar("", "Nameless", x), "variable Nameless ()\n"},
+        {scalar("", "", x), "variable \n"},
+        {scalar(key, label, x), "variable " + label + " (" + key + ")\n"},
+        {two_twenties, "variable abcdefghijklmnopqrstuvwxyzABCDEF (P)\n"},
+        {no_characters, "variable P\n"},
+        {too_many_records, ""},
+        {vector("U", "", points), "variable U (x-component); U\nvariable U (y-component)\n"
+                                  "variable U (z-component)\n"},
+        {vector("U", "Velocity", points), "variable Velocity (x-component) (U); Velocity (U)\n"
+                                          "variable Velocity (y-component) (U)\n"
+                                          "variable Velocity (z-component) (U)\n"},
+        // 32 + 16 + 22 + 3 characters and the first 7 of the label's second occurrence.
+        {vector(key, label, points), "variable " + label + " (x-component) (" + key + "); " +
+                                         label.substr(0, 7) + "\n" + "variable " + label +
+                                         " (y-component) (" + key + ")\n" + "variable " + label +
+                                         " (z-component) (" + key + ")\n"},
+    };
+    for (const auto& [section, names] : cases) {
+        const FldFile file = added(without(tetrahedron_file(), "LS_Scalar:P"), section);
+        EXPECT_EQ(pick(trace_of(file), {"variable", "out"}), names) << section.name;
+    }
+}
+
+} // namespace fld_test

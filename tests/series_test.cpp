@@ -1,0 +1,121 @@
+// Which file of its series a results file is paired with.
+#include "datasets.h"
+
+#include <gtest/gtest.h>
+
+namespace fld_test
+{
+
+struct Series {
+    const char* name;
+    std::string opened;
+    std::vector<std::string> grids;  // files with a grid
+    std::vector<std::string> others; // files without one
+    std::string paired;              // the grid file found; empty: none
+    std::string errors = {};         // what then stands on standard error
+};
+
+static const Series all_series[] = {
+    {"nearest_earlier", "f10.fld", {"f1.fld", "f7.fld", "f12.fld"}, {"f8.fld"}, "f7.fld"},
+    {"by_number_not_by_text", "f10.fld", {"f9.fld", "f1.fld"}, {}, "f9.fld"},
+    {"never_later", "f10.fld", {"f11.fld"}, {"f9.fld"}, ""},
+    {"leading_zeros", "f0010.fld", {"f3.fld", "f00009.fld"}, {}, "f00009.fld"},
+    {"numbered_extension",
+     "case.0005",
+     {"case.0001", "case.0004.bak", "case.0004x"},
+     {},
+     "case.0001"},
+    {"empty_prefix", "0007.fld", {"0003.fld", "a0006.fld"}, {}, "0003.fld"},
+    {"other_names",
+     "flow0012.fld",
+     {"flow0003.fld", "flow.fld", "flowx1.fld", "Flow0010.fld", "flow0011.FLD", "xflow0011.fld"},
+     {},
+     "flow0003.fld"},
+    {"no_number", "flow.fld", {"flow1.fld"}, {}, ""},
+    {"number_before_two_extensions", "case.0001.fld", {"case.0000.fld"}, {}, ""},
+    {"name_that_begins_with_a_dot", ".h2", {".h1"}, {}, ".h1"},
+    {"two_dots", "a..2", {"a..1"}, {}, ""},
+    {"no_extension", "flow12", {"flow3", "flow4.fld"}, {}, "flow3"},
+    // The dot of a second extension stands for any character.
+    {"extension_is_a_pattern", "f2.a.b", {"f1.axb"}, {}, "f1.axb"},
+    // So it does not match itself.
+    {"prefix_is_a_pattern", "f[xy]2.fld", {"fx1.fld", "f[xy]1.fld"}, {}, ""},
+    {"unbalanced_parenthesis",
+     "f(2.fld",
+     {"f(1.fld"},
+     {},
+     "",
+     "err \nerr ***ERROR: regcmp error \"^f([0-9][0-9]*\\.fld$\"\n"},
+    {"nine_digits", "f100000000.fld", {"f99999999.fld", "f9.fld"}, {}, "f99999999.fld"},
+    {"many_digits_after_few",
+     "f99999999999.fld",
+     {"f999999999.fld", "f9.fld"},
+     {},
+     "f999999999.fld"},
+};
+
+class SeriesFiles : public testing::TestWithParam<Series>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(All, SeriesFiles, testing::ValuesIn(all_series), test_name);
+
+// Each grid file has a boundary of its own name; the one reported tells which was paired.
+TEST_P(SeriesFiles, are_paired)
+{
+    const Series& series = GetParam();
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    Dataset dataset{series.name, {}, ""};
+    for (const std::string& name : series.grids) {
+        dataset.files.push_back({name, replaced(tetrahedron_file(), surfaces({{name, {}}}))});
+    }
+    for (const std::string& name : series.others) dataset.files.push_back({name, results});
+    dataset.files.push_back({series.opened, results});
+    TestHost host;
+    host.start();
+    EXPECT_EQ(pick(run(host, dataset), {"out", "err", "boundary"}),
+              series.paired.empty()
+                  ? "out Data reader error: unable to find grid file for results file: " +
+                        series.opened + "\n" + series.errors
+                  : "boundary " + series.paired + "\n");
+}
+
+// Directories are no files, whatever their names; links to files are. The name may come without a
+// directory, and from the current one.
+TEST(SeriesDirectory, entries_and_relative_names)
+{
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    const TemporaryDirectory directory;
+    std::filesystem::create_directory(directory.path("f8.fld"));
+    std::filesystem::create_symlink("nowhere", directory.path("f7.fld"));
+    std::filesystem::create_symlink(directory.write("grid", build(tetrahedron_file())),
+                                    directory.path("f5.fld"));
+    (void)directory.write("f9.fld", build(results));
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.path(""));
+    TestHost host;
+    host.start();
+    for (const char* name : {"f9.fld", "./f9.fld"}) {
+        host.open(name);
+        host.read(1);
+        EXPECT_EQ(pick(host.take_trace(), {"out", "err", "flag", "nodes", "value"}),
+                  "flag 0\nnodes 4\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
+    }
+    std::filesystem::current_path(before);
+}
+
+TEST(SeriesDirectory, is_searched_again_with_every_open)
+{
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    const TemporaryDirectory directory;
+    TestHost host;
+    host.start();
+    const std::string path = directory.write("f9.fld", build(results));
+    host.open(path);
+    EXPECT_EQ(host.error_flag(), 1);
+    (void)directory.write("f5.fld", build(tetrahedron_file()));
+    host.open(path);
+    EXPECT_EQ(host.error_flag(), 0);
+}
+
+} // namespace fld_test
