@@ -209,6 +209,8 @@ contains
         end do
     end subroutine put_doubles
 
+    ! Every record of a text is full, the last one padded with blanks: its length is the product of
+    ! the descriptor's numbers.
     subroutine put_text(file, text)
         type(fld_file), intent(in) :: file
         character(len=*), intent(in) :: text
@@ -219,7 +221,8 @@ contains
         call put_descriptor(file, 1_int32, len(text), per_record)
         do first = 1, max(len(text), 1), max(per_record, 1)
             taken = min(per_record, len(text) - first + 1)
-            write (file%unit, iostat=status, iomsg=message) text(first:first + taken - 1)
+            write (file%unit, iostat=status, iomsg=message) &
+                text(first:first + taken - 1)//repeat(' ', per_record - taken)
             call check(file, status, message)
         end do
     end subroutine put_text
