@@ -83,6 +83,17 @@ TEST(Pairing, takes_the_first_grid_from_the_grid_file_alone)
                              "tet 0 7 0 0 | 1 2 3 4\nflag 0\n");
 }
 
+// Of a grid file with several grids only the first one belongs to the results.
+TEST(Pairing, passes_over_further_grids_of_the_grid_file)
+{
+    FldFile grids = tetrahedron_file();
+    grids.grids.push_back(grid_with(surfaces({{"second", {}}})));
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    EXPECT_EQ(opened({{"s1.fld", grids}, {"s2.fld", results}}, {"nodes", "boundary", "flag"},
+                     {.grid_capacity = 1}),
+              "flag 0\nnodes 4\nboundary wall\nboundary inlet\nflag 0\n");
+}
+
 // The base of the node numbers and the unused-value markers are those of the grid file.
 TEST(Pairing, uses_the_grid_files_number_base_and_markers)
 {

@@ -47,11 +47,9 @@ static const Series all_series[] = {
      "",
      "err \nerr ***ERROR: regcmp error \"^f([0-9][0-9]*\\.fld$\"\n"},
     {"nine_digits", "f100000000.fld", {"f99999999.fld", "f9.fld"}, {}, "f99999999.fld"},
-    {"many_digits_after_few",
-     "f99999999999.fld",
-     {"f999999999.fld", "f9.fld"},
-     {},
-     "f999999999.fld"},
+    // 2 to the power of 32, and more than 64 bits hold.
+    {"ten_digits", "f4294967296.fld", {"f999999999.fld", "f9.fld"}, {}, "f999999999.fld"},
+    {"many_digits", "f100000000000000000000.fld", {"f9.fld"}, {}, "f9.fld"},
 };
 
 class SeriesFiles : public testing::TestWithParam<Series>
