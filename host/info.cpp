@@ -74,7 +74,7 @@ static GridInfo read_grid_info(Dataset& dataset, int32_t number, NodeData& data)
 // began.
 static std::string failure_text(const DatasetError& failure, size_t messages_before)
 {
-    const std::string text = failure.what();
+    std::string text = failure.what();
     if (failure.has_reason() || library_messages() > messages_before) return text;
     return text + ": the reader gave no reason, the file may be cut short or damaged";
 }

@@ -30,7 +30,7 @@ static std::string printable_lines(std::string_view text)
 }
 
 // Where the C library hands over what the reader has printed.
-static ssize_t take_library_message(void*, const char* text, size_t size)
+static ssize_t take_library_message(void* /*cookie*/, const char* text, size_t size)
 {
     if (library_is_mute) return static_cast<ssize_t>(size);
     ++message_count;

@@ -105,8 +105,10 @@ static constexpr size_t SERVICE_COUNT = std::size(names);
 static Services* current_services;
 static Registrations current_registrations;
 
-static int zn_register_data_reader(const char* name, int, int, HeaderCallback read_header,
-                                   DataCallback read_data, void*, void*, void*, void*)
+static int zn_register_data_reader(const char* name, int /*unused*/, int /*unused*/,
+                                   HeaderCallback read_header, DataCallback read_data,
+                                   void* /*unused*/, void* /*unused*/, void* /*unused*/,
+                                   void* /*unused*/)
 {
     const int refused = current_services->register_reader(name);
     if (refused == 0) current_registrations.readers.push_back({name, read_header, read_data});
@@ -148,7 +150,7 @@ template <size_t row> [[noreturn]] static void unexpected_service()
 }
 
 template <size_t... rows>
-static std::array<void*, SERVICE_COUNT> unexpected_services(std::index_sequence<rows...>)
+static std::array<void*, SERVICE_COUNT> unexpected_services(std::index_sequence<rows...> /*rows*/)
 {
     return {reinterpret_cast<void*>(&unexpected_service<rows>)...};
 }

@@ -71,6 +71,7 @@ static std::vector<SeriesEntry> read_series(Host& host, const RegisteredReader& 
 static std::vector<MissingNumbers> missing_numbers(const std::vector<SeriesEntry>& entries)
 {
     std::vector<SeriesFile> files;
+    files.reserve(entries.size());
     for (const SeriesEntry& entry : entries) files.push_back(entry.file);
     return missing_numbers(files);
 }
@@ -79,7 +80,7 @@ static std::vector<MissingNumbers> missing_numbers(const std::vector<SeriesEntry
 
 static std::string range_text(const MissingNumbers& gap)
 {
-    const std::string first = std::to_string(gap.first);
+    std::string first = std::to_string(gap.first);
     if (gap.first == gap.last) return first;
     const std::string separator = gap.last - gap.first == gap.step ? ", "
                                   : gap.step == 1                  ? "-"

@@ -51,7 +51,7 @@ TEST_P(Datasets, open_and_read_again_in_any_order)
     std::string first;
     for (int32_t grid = 1; grid <= host.grid_count(); ++grid) {
         host.read(grid);
-        first = host.take_trace() + first; // latest grid first
+        first.insert(0, host.take_trace()); // latest grid first
     }
     host.close();
     host.close(); // nothing is held any more

@@ -184,6 +184,7 @@ Section coordinate_system(int32_t code)
 static std::vector<double> component(const std::vector<Point>& points, size_t axis)
 {
     std::vector<double> values;
+    values.reserve(points.size());
     for (const Point& point : points) values.push_back(point[axis]);
     return values;
 }

@@ -204,7 +204,8 @@ TEST_P(SampleFormulas, of_the_duct)
     for (size_t i = 0; i < 216; ++i) {
         EXPECT_EQ(grid.x[i], static_cast<float>(static_cast<double>(i % 6) / 5));
         EXPECT_EQ(grid.y[i], static_cast<float>(static_cast<double>(i / 6 % 6) / 5));
-        EXPECT_EQ(grid.z[i], static_cast<float>(static_cast<double>(i / 36) / 5));
+        const size_t layer = i / 36;
+        EXPECT_EQ(grid.z[i], static_cast<float>(static_cast<double>(layer) / 5));
     }
     const auto& counts = grid.counts;
     EXPECT_EQ(counts.at("hex"), 50 - 9);
@@ -257,7 +258,8 @@ TEST_P(SampleFormulas, of_the_annulus)
             const double angle = 2 * pi * static_cast<double>(i / 6 % 20) / 20;
             EXPECT_NEAR(grid.x[i], r * cos(angle), 5e-7);
             EXPECT_NEAR(grid.y[i], r * sin(angle), 5e-7);
-            EXPECT_EQ(grid.z[i], static_cast<float>(static_cast<double>(i / 120) / 3));
+            const size_t layer = i / 120;
+            EXPECT_EQ(grid.z[i], static_cast<float>(static_cast<double>(layer) / 3));
         }
         const auto radius = [](double x, double y) { return std::hypot(x, y); };
         const auto is_on = [&](double wanted) {
