@@ -1,5 +1,6 @@
 // The program "fld": shows what FLD files hold, through the reader library.
 
+#include "check.h"
 #include "info.h"
 #include "output.h"
 #include "series_command.h"
@@ -14,7 +15,7 @@ static constexpr int FAILURE = 1;
 static constexpr int WRONG_USAGE = 2;
 
 struct Options {
-    std::vector<std::string> info_files;
+    std::vector<std::string> files;
     std::string series_file;
     std::string reader;
     std::string library;
@@ -30,6 +31,14 @@ static void add_common_options(CLI::App& command, Options& options)
                        "The reader library (default: fld_reader.so beside this program)");
 }
 
+static void add_files_command(CLI::App& app, const char* name, const char* description,
+                              Options& options)
+{
+    CLI::App* command = app.add_subcommand(name, description);
+    command->add_option("FILE", options.files, "The files")->required();
+    add_common_options(*command, options);
+}
+
 // Beside the program, wherever it was started from.
 static std::string default_library()
 {
@@ -37,7 +46,7 @@ static std::string default_library()
         .string();
 }
 
-static int run(const CLI::App& info, const Options& options, FILE* out)
+static int run(const CLI::App& command, const Options& options, FILE* out)
 {
     Host host(options.library.empty() ? default_library() : options.library);
     const RegisteredReader* reader =
@@ -50,9 +59,10 @@ static int run(const CLI::App& info, const Options& options, FILE* out)
         report(options.reader, "no such reader; there are " + names);
         return WRONG_USAGE;
     }
-    const bool done = info.parsed()
-                          ? run_info(host, *reader, options.info_files, options.json, out)
-                          : run_series(host, *reader, options.series_file, options.json, out);
+    const auto run_command = command.get_name() == "info" ? run_info : run_check;
+    const bool done = command.get_name() == "series"
+                          ? run_series(host, *reader, options.series_file, options.json, out)
+                          : run_command(host, *reader, options.files, options.json, out);
     return done ? 0 : FAILURE;
 }
 
@@ -61,9 +71,9 @@ try {
     Options options;
     CLI::App app("Shows what FLD result files hold.", "fld");
     app.require_subcommand(1);
-    CLI::App* info = app.add_subcommand("info", "Describe the grids and variables of files");
-    info->add_option("FILE", options.info_files, "The files")->required();
-    add_common_options(*info, options);
+    add_files_command(app, "info", "Describe the grids and variables of files", options);
+    add_files_command(app, "check", "Tell whether files are whole, and where they are not",
+                      options);
     CLI::App* series = app.add_subcommand("series", "List the time series that a file is part of");
     series->add_option("FILE", options.series_file, "One file of the series")->required();
     add_common_options(*series, options);
@@ -76,7 +86,7 @@ try {
     }
 
     FILE* out = claim_standard_output();
-    const int status = run(*info, options, out);
+    const int status = run(*app.get_subcommands().front(), options, out);
     const bool written = ferror(out) == 0;
     if (fclose(out) == 0 && written) return status;
     report("standard output", "cannot be written");

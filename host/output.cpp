@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace fld_host
 {
@@ -15,6 +16,8 @@ namespace fld_host
 
 static bool library_is_mute;
 static size_t message_count;
+static std::string library_text;
+static constexpr size_t KEPT_TEXT = 2000;
 static bool progress_is_shown;
 
 static std::string printable_lines(std::string_view text)
@@ -36,6 +39,10 @@ static ssize_t take_library_message(void* /*cookie*/, const char* text, size_t s
     ++message_count;
     clear_progress();
     const std::string lines = printable_lines({text, size});
+    library_text += lines;
+    if (library_text.size() > KEPT_TEXT) {
+        library_text.erase(0, library_text.find('\n', library_text.size() - KEPT_TEXT) + 1);
+    }
     (void)fwrite(lines.data(), 1, lines.size(), stderr);
     return static_cast<ssize_t>(size);
 }
@@ -61,6 +68,12 @@ size_t library_messages()
 {
     (void)fflush(stdout);
     return message_count;
+}
+
+std::string take_library_text()
+{
+    (void)fflush(stdout);
+    return std::exchange(library_text, {});
 }
 
 MuteLibrary::MuteLibrary()
@@ -93,8 +106,6 @@ static size_t terminal_width()
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
     return known ? size.ws_col : 80;
 }
-
-static size_t display_width(std::string_view text);
 
 void show_progress(const std::string& text)
 {
@@ -153,7 +164,7 @@ std::string printable(std::string_view text)
     return result;
 }
 
-static size_t display_width(std::string_view text)
+size_t display_width(std::string_view text)
 {
     return text.size() -
            static_cast<size_t>(std::count_if(text.begin(), text.end(), is_continuation));

@@ -17,6 +17,9 @@ FILE* claim_standard_output();
 // How many times the reader library has printed something.
 size_t library_messages();
 
+// What the library has printed since the last call; of much text only its end.
+std::string take_library_text();
+
 // While one lives, the messages of the reader library are dropped.
 class MuteLibrary
 {
@@ -40,6 +43,9 @@ void clear_progress();
 // `text` without what a terminal might take for a command: bytes that are neither printable nor
 // part of UTF-8 text become '?'. Names and messages carry whatever bytes a file has.
 std::string printable(std::string_view text);
+
+// Columns that `text` takes on a terminal.
+size_t display_width(std::string_view text);
 
 // 1234567 as "1,234,567".
 std::string grouped(long long number);

@@ -1,0 +1,38 @@
+// Walking a file record by record, knowing nothing of its sections but that each is a name, a list
+// of items and an end record: finds where a damaged file stops making sense.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fld_host
+{
+
+// The record that the walk has in hand, or that the file should have had next.
+struct WalkPlace {
+    int64_t record = 0;      // from 1; 0: the file could not even be opened
+    int64_t byte = 0;        // where the record begins
+    int32_t grid = 0;        // from 1; 0: the header
+    std::string section;     // of the grid, or keyword of the header; empty: between them
+    int64_t item = 0;        // of the section, from 1; 0: the record with its name
+    int64_t data_record = 0; // of the item, from 1; 0: its descriptor, or the end record
+    int64_t data_records = 0;
+};
+
+struct FileWalk {
+    int64_t bytes = 0;
+    bool big_endian = false;
+    int64_t records = 0; // in good order
+    int32_t grids = 0;
+    std::string damage; // in words; empty: the walk arrived at "OverlapEnd"
+    WalkPlace place;    // of the damage
+    // Up to where everything is in good order and no section is left open: 0, or in a grid.
+    int64_t intact_bytes = 0;
+    std::vector<std::string> intact_sections; // of the last grid
+    int64_t bytes_after_end = 0;              // behind "OverlapEnd"
+};
+
+FileWalk walk_file(const std::string& path);
+
+} // namespace fld_host
