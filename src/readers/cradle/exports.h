@@ -1,7 +1,11 @@
 // The two functions that leave the library. Strings are NUL-terminated 8-bit text.
 #pragma once
 
+#ifdef _WIN32
+#define FLD_EXPORT extern "C" __declspec(dllexport)
+#else
 #define FLD_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
 
 // Takes one of the host's services by name: 1, or 0 for a name that is not among the 86. Called
 // for each service, in any order, before the first reader_get_func.

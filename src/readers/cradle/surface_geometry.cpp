@@ -166,7 +166,9 @@ static bool read_region_arrays(int32_t unit, bool wanted, RegionArrays* region)
 
 static bool add_faces(const Caller& caller, int32_t count)
 {
-    return !__builtin_add_overflow(*caller.face_count, count, caller.face_count);
+    if (count > INT32_MAX - *caller.face_count) return false;
+    *caller.face_count += count;
+    return true;
 }
 
 static bool read_region(int32_t unit, int32_t name_length, const Caller& caller)

@@ -9,6 +9,8 @@
 
 constexpr size_t TEXT_SIZE = 256; // every name, path, pattern and expression: 255 characters
 
+constexpr int64_t MOST_REPETITIONS = 10000;
+
 TimeSeriesEntry TimeSeriesTable[MAX_SERIES_FILES];
 
 // ---- names ----
@@ -130,6 +132,27 @@ struct Expression {
     }
 };
 
+// The product of an expression's repetition counts, such as {3,20}. Compiling may write out every
+// repetition, nested ones within each other, so that a name of few characters could ask for
+// gigabytes.
+static int64_t repetitions(const char* text)
+{
+    int64_t product = 1;
+    int64_t count = 0;
+    for (bool in_braces = false; *text != '\0'; ++text) {
+        if (*text == '{') in_braces = true;
+        if (*text == '}') in_braces = false;
+        if (!in_braces || !is_digit(*text)) {
+            product *= std::max<int64_t>(count, 1);
+            count = 0;
+        } else {
+            count = std::min<int64_t>(count * 10 + (*text - '0'), MOST_REPETITIONS + 1);
+        }
+        if (product > MOST_REPETITIONS) break;
+    }
+    return product;
+}
+
 // The names of a series: prefix and extension as they are, a number between them. What stands in
 // them for something else in a regular expression keeps that meaning.
 static bool compile_expression(const SeriesName& name, Expression* expression)
@@ -142,7 +165,7 @@ static bool compile_expression(const SeriesName& name, Expression* expression)
     } else {
         (void)snprintf(text, sizeof text, "^%s[0-9][0-9]*$", name.prefix);
     }
-    expression->is_compiled = strlen(text) < TEXT_SIZE &&
+    expression->is_compiled = strlen(text) < TEXT_SIZE && repetitions(text) <= MOST_REPETITIONS &&
                               regcomp(&expression->compiled, text, REG_EXTENDED | REG_NOSUB) == 0;
     if (!expression->is_compiled) print_series_error("regcmp error", text);
     return expression->is_compiled;

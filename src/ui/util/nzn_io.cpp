@@ -66,10 +66,16 @@ static bool rewind_to_start(FILE* file)
     return utf8wrap::_ftelli64(file) == 0 || utf8wrap::_fseeki64(file, 0, SEEK_SET) == 0;
 }
 
-template <class Word> static Word reversed(Word word)
+static uint32_t reversed(uint32_t word)
 {
-    if constexpr (sizeof(Word) == 4) return static_cast<Word>(__builtin_bswap32(word));
-    return static_cast<Word>(__builtin_bswap64(word));
+    const uint32_t halves = word << 16 | word >> 16;
+    return (halves & 0x00FF00FFU) << 8 | (halves >> 8 & 0x00FF00FFU);
+}
+
+static uint64_t reversed(uint64_t word)
+{
+    return static_cast<uint64_t>(reversed(static_cast<uint32_t>(word))) << 32 |
+           reversed(static_cast<uint32_t>(word >> 32));
 }
 
 // Reverses the bytes of every element in place. `data` may be an array of any element type.
