@@ -1,0 +1,324 @@
+// A mutator for libFuzzer that knows records, items and sections of an FLD file and frames it
+// anew, so that most mutants are read far beyond the change.
+#include "input.h"
+
+#include <algorithm>
+#include <iterator>
+#include <random>
+#include <sstream>
+
+extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
+
+namespace fld_fuzz
+{
+
+// ---- what stands where ----
+
+// A descriptor record and its data records.
+struct Item {
+    size_t descriptor; // its record
+    int32_t element_size;
+    size_t end; // the record behind it
+    size_t elements;
+};
+
+static int32_t int_at(const FldRecords& file, size_t record, size_t at)
+{
+    uint32_t word = 0;
+    for (size_t i = 0; i < 4; ++i) {
+        const size_t byte = file.format.big_endian ? i : 3 - i;
+        word = word << 8 | static_cast<uint8_t>(file.records[record][at + byte]);
+    }
+    return static_cast<int32_t>(word);
+}
+
+static std::string encoded(const FldRecords& file, const std::vector<int32_t>& values)
+{
+    const fld_test::FldBuilder builder(file.format);
+    std::string data;
+    for (const int32_t value : values) data += builder.encoded(value, 4);
+    return data;
+}
+
+static std::vector<Item> find_items(const FldRecords& file)
+{
+    std::vector<Item> items;
+    for (size_t i = 0; i < file.records.size();) {
+        const size_t descriptor = i++;
+        if (file.records[descriptor].size() != 12) continue;
+        const int32_t size = int_at(file, descriptor, 0);
+        const int32_t records = int_at(file, descriptor, 8);
+        if (size != 1 && size != 4 && size != 8) continue;
+        if (records < 1 || static_cast<size_t>(records) > file.records.size() - i) continue;
+        size_t bytes = 0;
+        for (int32_t k = 0; k < records; ++k) bytes += file.records[i++].size();
+        items.push_back({descriptor, size, i, bytes / static_cast<size_t>(size)});
+    }
+    return items;
+}
+
+// The records that name a section: 32 characters behind an end record or another name.
+static std::vector<size_t> find_names(const FldRecords& file)
+{
+    std::vector<size_t> names;
+    const std::string end(12, '\0');
+    for (size_t i = 1; i < file.records.size(); ++i) {
+        const std::string& before = file.records[i - 1];
+        if (file.records[i].size() != 32) continue;
+        if (i == 2 || before == end || (!names.empty() && names.back() == i - 1))
+            names.push_back(i);
+    }
+    return names;
+}
+
+static std::vector<std::string> words(const std::string& text)
+{
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// A section with its name and its end record: the records from the k-th name on to the next.
+static std::vector<std::string> section(const FldRecords& file, size_t k)
+{
+    const std::vector<size_t> names = find_names(file);
+    const size_t end = k + 1 < names.size() ? names[k + 1] : file.records.size();
+    return {&file.records[names[k]], file.records.data() + end};
+}
+
+// The same dataset in the other byte order.
+static void flip_byte_order(FldRecords* file)
+{
+    std::vector<size_t> word_sizes(file->records.size(), 1);
+    if (word_sizes.size() > 1) word_sizes[1] = 4; // the version
+    for (size_t i = 0; i < word_sizes.size(); ++i) {
+        if (file->records[i].size() == 12) word_sizes[i] = 4;
+    }
+    for (const Item& item : find_items(*file)) {
+        for (size_t i = item.descriptor + 1; i < item.end; ++i) {
+            word_sizes[i] = static_cast<size_t>(item.element_size);
+        }
+    }
+    for (size_t i = 0; i < word_sizes.size(); ++i) {
+        std::string& record = file->records[i];
+        for (size_t at = 0; at + word_sizes[i] <= record.size(); at += word_sizes[i]) {
+            std::reverse(&record[at], &record[at] + word_sizes[i]);
+        }
+    }
+    file->format.big_endian = !file->format.big_endian;
+}
+
+// ---- mutations ----
+
+class Mutator
+{
+public:
+    Mutator(FldRecords* file, unsigned seed) : file_(*file), random_(seed) {}
+
+    size_t below(size_t limit) { return limit > 0 ? random_() / 7 % limit : 0; }
+
+    void mutate()
+    {
+        using Mutation = void (Mutator::*)();
+        static constexpr Mutation mutations[] = {
+            &Mutator::change_bytes,   &Mutator::change_bytes,  &Mutator::change_int,
+            &Mutator::change_int,     &Mutator::change_int,    &Mutator::change_records,
+            &Mutator::resize_arrays,  &Mutator::resize_arrays, &Mutator::resize_arrays,
+            &Mutator::rename_section, &Mutator::copy_section,  &Mutator::erase_section,
+            &Mutator::reframe};
+        if (file_.records.empty()) return;
+        (this->*mutations[below(std::size(mutations))])();
+    }
+
+    // Places a section in front of another one.
+    void insert(const std::vector<std::string>& records)
+    {
+        const std::vector<size_t> names = find_names(file_);
+        if (names.empty()) return;
+        const auto at = record_at(names[below(names.size())]);
+        file_.records.insert(at, records.begin(), records.end());
+    }
+
+private:
+    std::vector<std::string>::iterator record_at(size_t i)
+    {
+        return file_.records.begin() + static_cast<std::ptrdiff_t>(i);
+    }
+
+    void change_bytes()
+    {
+        std::string& record = file_.records[below(file_.records.size())];
+        const size_t size = record.size();
+        record.resize(size + 16);
+        record.resize(LLVMFuzzerMutate(reinterpret_cast<uint8_t*>(record.data()), size, size + 16));
+    }
+
+    void change_int()
+    {
+        static constexpr int32_t values[] = {
+            0,  1,  2,   3,   4,   5,  8,  12, 23,  24,   32,    33,        34,       35,
+            36, 38, 122, 133, 134, -1, -2, -8, 100, 1000, 65536, INT32_MIN, INT32_MAX};
+        const size_t i = below(file_.records.size());
+        if (file_.records[i].size() < 4) return;
+        const size_t at = below(file_.records[i].size() / 4) * 4;
+        const auto old = static_cast<uint32_t>(int_at(file_, i, at));
+        const int32_t near[] = {static_cast<int32_t>(old + 1), static_cast<int32_t>(old - 1)};
+        const int32_t value = below(3) == 0 ? near[below(2)] : values[below(std::size(values))];
+        file_.records[i].replace(at, 4, encoded(file_, {value}));
+    }
+
+    void change_records()
+    {
+        std::vector<std::string>& records = file_.records;
+        const auto at = record_at(below(records.size()));
+        switch (below(5)) {
+        case 0: records.erase(at); break;
+        case 1: records.insert(at, std::string(*at)); break;
+        case 2: std::swap(*at, records[below(records.size())]); break;
+        case 3: *at = records[below(records.size())]; break;
+        default: records.erase(at, records.end()); break;
+        }
+    }
+
+    // Writes an item's elements anew, `per_record` of them in each data record.
+    void write_item(const Item& item, const std::string& data, size_t per_record)
+    {
+        const auto size = static_cast<size_t>(item.element_size);
+        const size_t count = data.size() / size;
+        const size_t records = count > 0 ? (count + per_record - 1) / per_record : 1;
+        std::vector<std::string> made = {
+            encoded(file_, {item.element_size, static_cast<int32_t>(per_record),
+                            static_cast<int32_t>(records)})};
+        for (size_t i = 0; i < records; ++i) {
+            made.push_back(data.substr(i * per_record * size, per_record * size));
+        }
+        const auto at = file_.records.erase(record_at(item.descriptor), record_at(item.end));
+        file_.records.insert(at, made.begin(), made.end());
+    }
+
+    std::string data_of(const Item& item) const
+    {
+        std::string data;
+        for (size_t i = item.descriptor + 1; i < item.end; ++i) data += file_.records[i];
+        return data;
+    }
+
+    // Arrays of one length that follow each other get another length, or other data records,
+    // together, and so does the count in front of them.
+    void resize_arrays()
+    {
+        const std::vector<Item> items = find_items(file_);
+        if (items.empty()) return;
+        const size_t chosen = below(items.size());
+        const size_t old = items[chosen].elements;
+        const size_t sizes[] = {0, 1, old, old, old + 1, old + 1, old > 0 ? old - 1 : 1, 2 * old};
+        const size_t wanted = sizes[below(std::size(sizes))];
+        const size_t per_record = below(2) == 0 ? wanted : std::min(wanted, 1 + below(40));
+        size_t first = chosen, last = chosen;
+        const auto belong = [&](size_t i) {
+            return items[i].end == items[i + 1].descriptor && items[i].elements == old &&
+                   items[i + 1].elements == old;
+        };
+        while (first > 0 && belong(first - 1)) --first;
+        while (last + 1 < items.size() && belong(last)) ++last;
+        for (size_t i = last + 1; i-- > first;) {
+            std::string data = data_of(items[i]);
+            const size_t size = wanted * static_cast<size_t>(items[i].element_size);
+            while (!data.empty() && data.size() < size) data += data.substr(0, size - data.size());
+            data.resize(size);
+            write_item(items[i], data, per_record);
+        }
+        if (first == 0 || items[first - 1].end != items[first].descriptor) return;
+        std::string& count = file_.records[items[first].descriptor - 1];
+        const auto number = [&](size_t n) { return encoded(file_, {static_cast<int32_t>(n)}); };
+        if (count == number(old)) count = number(wanted);
+    }
+
+    void rename_section()
+    {
+        static const std::vector<std::string> known = words(
+            "LS_CoordinateSystem LS_Elements LS_MatOfElements LS_Nodes LS_RegionName&Type LS_ALE "
+            "LS_STREAMcoc LS_SurfaceGeometry LS_SurfaceGeometryArray LS_VolumeGeometry LS_Other "
+            "LS_VolumeGeometryArray LS_Scalar: LS_Scalar:P LS_Vector: LS_Vector:P OverlapStart_0 "
+            "OverlapStart_ OverlapEnd HeaderDataEnd Dimension Bias Cycle Unused");
+        const std::vector<size_t> names = find_names(file_);
+        const std::string name = fld_test::padded(known[below(known.size())], 32);
+        if (names.empty()) return;
+        if (below(3) == 0) return insert({name});
+        file_.records[names[below(names.size())]] = name;
+    }
+
+    void copy_section()
+    {
+        const size_t count = find_names(file_).size();
+        if (count > 0) insert(section(file_, below(count)));
+    }
+
+    void erase_section()
+    {
+        const std::vector<size_t> names = find_names(file_);
+        if (names.empty()) return;
+        const size_t k = below(names.size());
+        const size_t end = names[k] + section(file_, k).size();
+        file_.records.erase(record_at(names[k]), record_at(end));
+    }
+
+    void reframe()
+    {
+        static constexpr int32_t lengths[] = {0, 0, 0, 1, 3, 5, 12, 37};
+        if (below(2) == 0) return flip_byte_order(&file_);
+        file_.format.max_subrecord = lengths[below(std::size(lengths))];
+    }
+
+    FldRecords& file_;
+    std::minstd_rand random_;
+};
+
+static size_t write_back(const std::string& text, uint8_t* data)
+{
+    std::copy(text.begin(), text.end(), data);
+    return text.size();
+}
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size,
+                                          unsigned seed)
+{
+    Input input = split_input(data, size);
+    std::string& file =
+        (seed & 1) != 0 && !input.second_file.empty() ? input.second_file : input.file;
+    FldRecords records = parse_records(file);
+    Mutator mutator(&records, seed);
+    const size_t kind = mutator.below(32);
+    if (kind < 2 || records.records.empty()) return LLVMFuzzerMutate(data, size, max_size);
+    if (kind < 4) {
+        input.choices.resize(std::max<size_t>(input.choices.size(), 4));
+        input.choices[mutator.below(input.choices.size())] = static_cast<char>(mutator.below(256));
+    } else if (kind < 5) {
+        input.second_file = input.second_file.empty() ? input.file : "";
+    } else {
+        for (size_t i = mutator.below(3) + 1; i > 0; --i) mutator.mutate();
+        file = framed(records);
+    }
+    const std::string text = joined(input);
+    return text.size() <= max_size ? write_back(text, data)
+                                   : LLVMFuzzerMutate(data, size, max_size);
+}
+
+// The first file with a section of the other one, in its own framing.
+extern "C" size_t LLVMFuzzerCustomCrossOver(const uint8_t* data1, size_t size1,
+                                            const uint8_t* data2, size_t size2, uint8_t* out,
+                                            size_t max_out_size, unsigned seed)
+{
+    Input input = split_input(data1, size1);
+    FldRecords file = parse_records(input.file);
+    FldRecords other = parse_records(split_input(data2, size2).file);
+    Mutator mutator(&file, seed);
+    const size_t sections = find_names(other).size();
+    if (sections == 0) return 0;
+    if (other.format.big_endian != file.format.big_endian) flip_byte_order(&other);
+    mutator.insert(section(other, mutator.below(sections)));
+    input.file = framed(file);
+    const std::string text = joined(input);
+    return text.size() <= max_out_size ? write_back(text, out) : 0;
+}
+
+} // namespace fld_fuzz

@@ -1,0 +1,56 @@
+// A series: names separated by '/', which no name can hold. The first one is a results file and is
+// opened, by its bare name or, when the input begins with a '/', by its path; of the others every
+// second one holds a grid.
+#include "fuzz_host.h"
+#include "input.h"
+
+#include <fcntl.h>
+#include <sstream>
+#include <unistd.h>
+
+using fld_fuzz::require;
+
+constexpr size_t MAX_FILES = 12;
+
+struct Place {
+    fld_test::TemporaryDirectory originals, directory;
+    std::string files[2];
+    int home = ::open(".", O_RDONLY | O_CLOEXEC);
+
+    Place()
+    {
+        const fld_test::FldFile grid{
+            {{fld_test::coordinate_system(0), fld_test::nodes({{0, 0, 0}, {1, 0, 0}}),
+              fld_test::materials({}), fld_test::elements({})}}};
+        const fld_test::FldFile results{{{fld_test::scalar("T", "", {1, 2})}}};
+        files[0] = originals.write("results", fld_test::build(results));
+        files[1] = originals.write("grid", fld_test::build(grid));
+    }
+};
+
+static std::vector<std::string> split_names(const std::string& text)
+{
+    std::vector<std::string> names;
+    std::istringstream stream(text);
+    for (std::string name; names.size() < MAX_FILES && std::getline(stream, name, '/');) {
+        names.push_back(name.substr(0, name.find('\0')));
+    }
+    return names;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const Place place;
+    const bool by_path = size > 0 && data[0] == '/';
+    const auto names = split_names({reinterpret_cast<const char*>(data) + by_path, size - by_path});
+    if (names.empty()) return 0;
+    std::vector<std::string> made;
+    require(chdir(place.directory.path("").c_str()) == 0, "cannot change the directory");
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (symlink(place.files[i % 2].c_str(), names[i].c_str()) == 0) made.push_back(names[i]);
+    }
+    fld_fuzz::run_dataset(by_path ? place.directory.path(names[0]) : names[0], {});
+    for (const std::string& name : made) unlink(name.c_str());
+    require(fchdir(place.home) == 0, "cannot change the directory back");
+    return 0;
+}
