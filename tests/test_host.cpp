@@ -5,8 +5,10 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <new>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -23,33 +25,40 @@ using fld_host::Shape;
 
 constexpr unsigned char UNTOUCHED = 0xA5;
 
-// An array between two guards. Everything holds UNTOUCHED until it is written.
+// An array that ends where memory ends: not even a read goes past it. Before it stands a guard, at
+// most two pages long. Guard and array hold UNTOUCHED until they are written.
 template <class T> class GuardedArray
 {
 public:
     explicit GuardedArray(int64_t count)
         : size_(static_cast<size_t>(std::max<int64_t>(count, 0)) * sizeof(T)),
-          bytes_(2 * GUARD + size_, UNTOUCHED)
+          mapped_((size_ / PAGE + 2) * PAGE)
     {
+        void* const memory = mmap(nullptr, mapped_ + PAGE, PROT_READ | PROT_WRITE,
+                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) throw std::bad_alloc();
+        bytes_ = static_cast<unsigned char*>(memory);
+        memset(bytes_, UNTOUCHED, mapped_);
+        EXPECT_EQ(mprotect(bytes_ + mapped_, PAGE, PROT_NONE), 0);
     }
     // Reports a guard that was written to.
     ~GuardedArray()
     {
-        const auto touched = [](unsigned char byte) { return byte != UNTOUCHED; };
-        const auto begin = bytes_.begin(), end = bytes_.end();
-        EXPECT_EQ(std::count_if(begin, begin + GUARD, touched), 0) << "written before a buffer";
-        EXPECT_EQ(std::count_if(end - GUARD, end, touched), 0) << "written past a buffer";
+        const auto untouched = [](unsigned char byte) { return byte == UNTOUCHED; };
+        EXPECT_TRUE(std::all_of(bytes_, bytes_ + mapped_ - size_, untouched))
+            << "written before a buffer";
+        munmap(bytes_, mapped_ + PAGE);
     }
     GuardedArray(const GuardedArray&) = delete;
     GuardedArray& operator=(const GuardedArray&) = delete;
 
-    T* data() { return reinterpret_cast<T*>(bytes_.data() + GUARD); }
+    T* data() { return reinterpret_cast<T*>(bytes_ + mapped_ - size_); }
     std::vector<T> copy() { return {data(), data() + size_ / sizeof(T)}; }
 
 private:
-    static constexpr int64_t GUARD = 4096;
-    size_t size_;
-    std::vector<unsigned char> bytes_;
+    static constexpr size_t PAGE = 4096;
+    size_t size_, mapped_; // without the page past the end
+    unsigned char* bytes_;
 };
 
 // ---- captured output ----
@@ -224,7 +233,9 @@ void TestHost::set_options(int first, int second, unsigned char third)
 
 // ---- callbacks ----
 
-TestHost::TestHost() : library_(std::make_unique<fld_host::ReaderLibrary>(FLD_READER_PATH, *this))
+TestHost::TestHost(const std::string& library)
+    : library_(std::make_unique<fld_host::ReaderLibrary>(
+          library.empty() ? FLD_READER_PATH : library, *this))
 {
 }
 

@@ -36,7 +36,7 @@ class TestHost : public fld_host::Services
 {
 public:
     // Loads the library afresh: no state is left of an earlier one. Only one host at a time.
-    TestHost();
+    explicit TestHost(const std::string& library = {}); // empty: the library as it is delivered
     ~TestHost() override = default;
 
     // The usual start, with the registrations as the controls say.
