@@ -48,7 +48,7 @@ static std::string reader_error(const DatasetError& failure)
     }
     std::string error = failure.what();
     for (const std::string& line : lines)
-        error += &line == lines.data() ? ": " + line : "; " + line;
+        error += &line == lines.data() ? ": " + line : " / " + line;
     if (lines.empty() && !failure.has_reason()) error += ": the reader gives no reason";
     return error;
 }
@@ -181,8 +181,8 @@ static std::string headline(const FileCheck& check)
     if (walk.place.record == 0) return walk.damage;
     const std::string order = walk.big_endian ? ", big-endian, " : ", little-endian, ";
     if (!is_whole(check)) {
-        return "damaged" + order + counted(walk.records, "good record") + ", " +
-               counted(walk.bytes, "byte");
+        return (walk.damage.empty() ? "not readable" : "damaged") + order +
+               counted(walk.records, "good record") + ", " + counted(walk.bytes, "byte");
     }
     std::string text = "whole" + order + counted(walk.grids, "grid") + ", " +
                        counted(walk.records, "record") + ", " + counted(walk.bytes, "byte");

@@ -134,13 +134,12 @@ public:
         take_record({"the mark of an FLD file", static_cast<int64_t>(MAGIC.size())}, [&] {
             return nzn_read_chars(UNIT, static_cast<int32_t>(magic.size()), magic.data());
         });
-        if (magic != MAGIC) throw Damage{"not an FLD file: record 1 is not \"CRDL-FLD\""};
+        if (magic != MAGIC) refuse("not an FLD file: record 1 is not \"CRDL-FLD\"");
         int32_t version = 0;
         take_record({"the version of the format", sizeof version},
                     [&] { return nzn_read_int32(UNIT, 1, &version); });
         if (version != VERSION) {
-            throw Damage{"only version 4 of the format is known, this is version " +
-                         std::to_string(version)};
+            refuse("only version 4 of FLD is known, this is version " + std::to_string(version));
         }
         for (;;) {
             const std::string keyword = take_name();
@@ -174,6 +173,13 @@ public:
     }
 
 private:
+    // A file of another kind has no place where it is damaged.
+    [[noreturn]] void refuse(const std::string& why)
+    {
+        place_ = {};
+        throw Damage{why};
+    }
+
     // Takes the next record, of which read() reads the content that counts, and finishes it.
     template <class Read> void take_record(const Content& content, Read read)
     {

@@ -11,7 +11,7 @@ namespace fld_host
 
 // The record that the walk has in hand, or that the file should have had next.
 struct WalkPlace {
-    int64_t record = 0;      // from 1; 0: the file could not even be opened
+    int64_t record = 0;      // from 1; 0: the file is of no known kind, or not there
     int64_t byte = 0;        // where the record begins
     int32_t grid = 0;        // from 1; 0: the header
     std::string section;     // of the grid, or keyword of the header; empty: between them
