@@ -103,6 +103,44 @@ TEST_F(Program, lists_a_series)
     EXPECT_EQ(result["missing"].size(), 1U);
 }
 
+// The third item of a section is cut: the records before it take 16 and 12 bytes, 40 for a name, 20
+// for a descriptor or an end and 12 for an integer.
+TEST_F(Program, finds_the_place_where_a_file_was_cut)
+{
+    FldBuilder file;
+    file.record("CRDL-FLD").ints({4}).name("Bias").int_item(1).end().name("HeaderDataEnd");
+    file.name("OverlapStart_0").name("LS_Nodes").int_item(0).int_item(4).real_array({0, 1, 2, 3});
+    (void)directory_.write("cut.fld", file.bytes().substr(0, 340));
+    const ProgramRun check = run("check cut.fld --json");
+    EXPECT_EQ(check.status, 1);
+    const auto result = nlohmann::json::parse(check.out)[0];
+    const nlohmann::json damage = {
+        {"what", "the file ends inside record 15, of which 16 bytes are there"},
+        {"record", 15},
+        {"byte", 324},
+        {"grid", 1},
+        {"section", "LS_Nodes"},
+        {"item", 3},
+        {"data_record", 1}};
+    EXPECT_EQ(result["damage"], damage);
+    EXPECT_EQ(result["intact_bytes"], 200);
+    EXPECT_EQ(result["whole"], false);
+}
+
+// Results without their grid file are whole, a file whose contents the reader refuses is not.
+TEST_F(Program, tells_whole_files_from_others)
+{
+    write("tetrahedron");
+    const auto series = std::ranges::find(datasets(), "results_series", &Dataset::name);
+    (void)directory_.write("alone.fld", build(series->files.back().file));
+    (void)directory_.write("bad.fld", build(replaced(tetrahedron_file(), coordinate_system(9))));
+    (void)directory_.write("text.fld", "no records");
+    EXPECT_EQ(run("check a.fld alone.fld").status, 0);
+    for (const char* file : {"bad.fld", "text.fld", "missing.fld", "."}) {
+        EXPECT_EQ(run(std::string("check a.fld ") + file).status, 1) << file;
+    }
+}
+
 TEST_F(Program, ends_with_a_status_for_each_kind_of_failure)
 {
     write("tetrahedron");
