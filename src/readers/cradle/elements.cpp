@@ -3,6 +3,7 @@
 #include "readers/cradle/dataset_state.h"
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/host_services.h"
+#include "readers/cradle/int_window.h"
 #include "readers/cradle/item_reads.h"
 
 #include <algorithm>
@@ -84,67 +85,93 @@ static void flag_wall_faces(const ElementType& type, const int32_t* nodes, WallR
 
 // ---- cells ----
 
-static bool create_cell(const ElementType& type, const int32_t* file_nodes, WallRun walls)
+static bool create_cell(const ElementType& type, const int32_t* file_nodes, uint32_t shift,
+                        WallRun walls)
 {
     if (type.face_count == 0) {
         if (walls.next == walls.end) return true;
         print_diagnostic("Data reader error: element has no face count.\n");
         return false;
     }
+    // Node numbers of the file become 1-based. Unsigned, since numbers and bias may be anything.
     int32_t nodes[MAX_NODES];
     int32_t face_flags[MAX_FACES] = {};
-    for (int32_t k = 0; k < type.node_count; ++k) nodes[k] = file_nodes[type.host_order[k]];
-    flag_wall_faces(type, nodes, walls, face_flags);
+    for (int32_t k = 0; k < type.node_count; ++k) {
+        nodes[k] =
+            static_cast<int32_t>(static_cast<uint32_t>(file_nodes[type.host_order[k]]) + shift);
+    }
+    if (walls.next != walls.end) flag_wall_faces(type, nodes, walls, face_flags);
     if (type.create(face_flags, nodes)) return true;
     print_diagnostic("Data reader error: not enough dynamic memory for cells.\n");
     return false;
 }
 
-// Node numbers of the file become 1-based. Unsigned, since numbers and bias may be anything.
-static void rebase_nodes(int32_t* nodes, int32_t count)
+static bool material_is_set(const uint8_t* materials, int32_t element)
 {
-    const uint32_t shift = 1U - static_cast<uint32_t>(dataset_state.bias);
-    if (shift == 0) return;
-    for (int32_t i = 0; i < count; ++i) {
-        nodes[i] = static_cast<int32_t>(static_cast<uint32_t>(nodes[i]) + shift);
-    }
+    return (materials[element / 8] >> (element % 8) & 1) != 0;
 }
 
-static bool create_cells(int32_t element_count, const int32_t* types, const int32_t* materials,
-                         int32_t list_length, const int32_t* node_list, WallRun walls)
+// The section's two arrays, and which elements to create.
+struct ElementList {
+    int32_t element_count;
+    IntWindow types;
+    const uint8_t* materials;
+    int32_t list_length;
+    IntWindow node_list;
+};
+
+static bool create_cells(ElementList* list, WallRun walls)
 {
-    int32_t position = 0;
-    for (int32_t i = 0; i < element_count; ++i) {
-        const ElementType* type = find_element_type(types[i]);
+    const uint32_t shift = 1U - static_cast<uint32_t>(dataset_state.bias);
+    const ElementType* type = nullptr;
+    int32_t nodes_left = list->list_length;
+    for (int32_t i = 0; i < list->element_count; ++i) {
+        const int32_t* const code = take_values(&list->types, 1);
+        if (!code) return false;
+        if (!type || type->code != *code) type = find_element_type(*code);
         if (!type) {
-            print_diagnostic("FLD file error: element %d has unknown type %d\n", i + 1, types[i]);
+            print_diagnostic("FLD file error: element %d has unknown type %d\n", i + 1, *code);
             return false;
         }
-        if (type->node_count > list_length - position) {
+        if (type->node_count > nodes_left) {
             print_diagnostic("FLD file error: node list of %d entries is too short for element "
                              "%d\n",
-                             list_length, i + 1);
+                             list->list_length, i + 1);
             return false;
         }
-        const int32_t* const file_nodes = node_list + position;
-        position += type->node_count;
-        if (materials[i] == 0) continue;
-        if (!create_cell(*type, file_nodes, walls_of_element(i, &walls))) return false;
+        const int32_t* const file_nodes = take_values(&list->node_list, type->node_count);
+        if (!file_nodes) return false;
+        nodes_left -= type->node_count;
+        if (!material_is_set(list->materials, i)) continue;
+        if (!create_cell(*type, file_nodes, shift, walls_of_element(i, &walls))) return false;
+    }
+    return true;
+}
+
+// ---- materials ----
+
+// Reads the item of material numbers into one bit per element.
+static bool read_material_bits(int32_t unit, int32_t count, HeapArray<uint8_t>* materials)
+{
+    IntWindow numbers{};
+    if (!open_int_window(unit, count, &numbers)) return false;
+    *materials = zeroed_heap_array<uint8_t>(int64_t{count} / 8 + 1);
+    if (!*materials) {
+        print_no_memory_for_items(count);
+        return false;
+    }
+    for (int32_t i = 0; i < count; ++i) {
+        const int32_t* const number = take_values(&numbers, 1);
+        if (!number) return false;
+        (*materials)[i / 8] = static_cast<uint8_t>((*materials)[i / 8] | (*number != 0) << (i % 8));
     }
     return true;
 }
 
 // ---- sections ----
 
-// One array of the section: passed over in the scan, otherwise into a new array.
-static bool read_array(int32_t unit, bool scan_only, int32_t count, HeapArray<int32_t>* array)
-{
-    return scan_only ? read_int_array_item(unit, count, nullptr)
-                     : read_new_int_array_item(unit, count, array);
-}
-
 bool read_fld_element_materials(int32_t unit, bool scan_only, int32_t* material_count,
-                                HeapArray<int32_t>* materials)
+                                HeapArray<uint8_t>* materials)
 {
     *material_count = 0;
     materials->reset();
@@ -152,11 +179,19 @@ bool read_fld_element_materials(int32_t unit, bool scan_only, int32_t* material_
     if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, material_count)) {
         return false;
     }
-    return read_array(unit, scan_only, *material_count, materials);
+    return scan_only ? read_int_array_item(unit, *material_count, nullptr)
+                     : read_material_bits(unit, *material_count, materials);
+}
+
+// One array of the section: passed over in the scan, otherwise to be taken through a window.
+static bool open_array(int32_t unit, bool scan_only, int32_t count, IntWindow* window)
+{
+    return scan_only ? read_int_array_item(unit, count, nullptr)
+                     : open_int_window(unit, count, window);
 }
 
 bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
-                       const int32_t* materials, int32_t wall_count, const ElementWall* walls)
+                       const uint8_t* materials, int32_t wall_count, const ElementWall* walls)
 {
     int32_t not_interpreted = 0;
     int32_t element_count = 0;
@@ -168,19 +203,17 @@ bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
                          element_count, material_count);
         return false;
     }
-    HeapArray<int32_t> types;
-    HeapArray<int32_t> node_list;
-    int32_t list_length = 0;
-    if (!read_array(unit, scan_only, element_count, &types)) return false;
-    if (!read_int_item(unit, &list_length) || list_length < element_count) return false;
-    if (!read_array(unit, scan_only, list_length, &node_list)) return false;
+    ElementList list{};
+    list.element_count = element_count;
+    list.materials = materials;
+    if (!open_array(unit, scan_only, element_count, &list.types)) return false;
+    if (!read_int_item(unit, &list.list_length) || list.list_length < element_count) return false;
+    if (!open_array(unit, scan_only, list.list_length, &list.node_list)) return false;
     if (scan_only) return true;
 
     if (element_count >= 1 && !materials) {
         print_diagnostic("Data reader error: element material array is NULL.\n");
         return false;
     }
-    rebase_nodes(node_list.get(), list_length);
-    return create_cells(element_count, types.get(), materials, list_length, node_list.get(),
-                        {walls, walls + wall_count});
+    return create_cells(&list, {walls, walls + wall_count});
 }

@@ -11,13 +11,14 @@ struct ElementWall {
     int32_t nodes[4]; // 1-based; the fourth is -1 for a triangle
 };
 
-// Reads the material number of every element; an element of material 0 is not created. In the scan
-// nothing is stored.
+// Reads the material number of every element. All that is asked of it is whether it is 0, for an
+// element that is not created: `materials` receives one bit per element, set for all others, from
+// the lowest bit of each byte on. In the scan nothing is stored.
 [[nodiscard]] bool read_fld_element_materials(int32_t unit, bool scan_only, int32_t* material_count,
-                                              HeapArray<int32_t>* materials);
+                                              HeapArray<uint8_t>* materials);
 
 // Reads type codes and node lists; in load mode creates one cell per volume element in the host and
 // flags the faces that `walls` names. `walls` must be sorted by element.
 [[nodiscard]] bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
-                                     const int32_t* materials, int32_t wall_count,
+                                     const uint8_t* materials, int32_t wall_count,
                                      const ElementWall* walls);

@@ -164,7 +164,7 @@ static bool read_surfaces(int32_t unit, int32_t grid, Walls* walls)
 static bool read_cells(int32_t unit, int32_t grid, const Walls& walls)
 {
     int32_t material_count = 0;
-    HeapArray<int32_t> materials;
+    HeapArray<uint8_t> materials;
     if (!go_to_section(unit, grid, "LS_MatOfElements", next_grid_section,
                        "FLD file error: element material data not found.\n") ||
         !read_fld_element_materials(unit, false, &material_count, &materials)) {

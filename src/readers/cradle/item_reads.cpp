@@ -104,14 +104,38 @@ static bool shape_fits(const ItemDescriptor& item, int32_t count)
     return item.per_record >= 1 && item.record_count >= 1 && item.record_count <= count;
 }
 
+static int32_t take_full_records(int32_t unit, const ItemDescriptor& item, int32_t count,
+                                 int32_t record_count, void* destination)
+{
+    if (item.per_record < 1) return 0;
+    const int32_t full = std::min(count / item.per_record, record_count);
+    return static_cast<int32_t>(
+        nzn_take_records(unit, item.element_size, item.per_record, full, destination));
+}
+
+// Where the values after the first few belong; null when they are passed over.
+static void* advanced(void* destination, int32_t count, int32_t element_size)
+{
+    if (!destination) return nullptr;
+    return static_cast<char*>(destination) + static_cast<int64_t>(count) * element_size;
+}
+
 // Begins the item's data records in turn. take(at, n) reads or passes over the n values of one
 // record, `at` values after the item's first, and gives the status. `gathered` receives how many
 // values the records held, at most `count`.
 template <class Take> static bool walk_data_records(int32_t unit, const ItemDescriptor& item,
-                                                    int32_t count, int32_t* gathered, Take take)
+                                                    int32_t count, int32_t* gathered,
+                                                    void* destination, Take take)
 {
     *gathered = 0;
     for (int32_t record = 0; record < item.record_count; ++record) {
+        // Full records, as long as they are short and plain, are taken many at a time.
+        const int32_t taken =
+            take_full_records(unit, item, count - *gathered, item.record_count - record,
+                              advanced(destination, *gathered, item.element_size));
+        *gathered += taken * item.per_record;
+        record += taken;
+        if (record == item.record_count) break;
         const int32_t n = std::min(count - *gathered, item.per_record);
         if (nzn_begin_record(unit) != NZN_OK || take(*gathered, n) != NZN_OK) return false;
         *gathered += n;
@@ -134,17 +158,38 @@ bool read_int_item(int32_t unit, int32_t* value)
     return nzn_begin_record(unit) == NZN_OK && nzn_read_int32(unit, 1, value) == NZN_OK;
 }
 
-bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage)
+// The descriptor of an array of `count` int32.
+static bool read_int_array_descriptor(int32_t unit, int32_t count, ItemDescriptor* item)
 {
-    ItemDescriptor item{};
-    if (count < 0 || !read_item_descriptor(unit, &item)) return false;
-    if (!shape_fits(item, count) || (count > 0 && item.element_size != 4)) return false;
+    if (count < 0 || !read_item_descriptor(unit, item)) return false;
+    return shape_fits(*item, count) && (count == 0 || item->element_size == 4);
+}
+
+static bool read_int_array_records(int32_t unit, const ItemDescriptor& item, int32_t count,
+                                   int32_t* storage)
+{
     int32_t gathered = 0;
     const auto take = [&](int32_t at, int32_t n) {
         return storage ? nzn_read_int32(unit, n, storage + at)
                        : nzn_skip_bytes(unit, static_cast<int64_t>(n) * 4);
     };
-    return walk_data_records(unit, item, count, &gathered, take) && gathered == count;
+    return walk_data_records(unit, item, count, &gathered, storage, take) && gathered == count;
+}
+
+bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage)
+{
+    ItemDescriptor item{};
+    return read_int_array_descriptor(unit, count, &item) &&
+           read_int_array_records(unit, item, count, storage);
+}
+
+bool pass_int_array_item(int32_t unit, int32_t count, int32_t* per_record, RecordMark* data)
+{
+    ItemDescriptor item{};
+    if (!read_int_array_descriptor(unit, count, &item)) return false;
+    *per_record = item.per_record;
+    *data = nzn_mark(unit);
+    return read_int_array_records(unit, item, count, nullptr);
 }
 
 bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array)
@@ -203,7 +248,7 @@ static bool read_characters(int32_t unit, int32_t length, FixedText* text)
 
     char* const to = text->characters.get();
     const auto take = [&](int32_t at, int32_t n) { return take_chars(unit, n, to ? to + at : to); };
-    if (!walk_data_records(unit, item, length, &text->gathered, take)) return false;
+    if (!walk_data_records(unit, item, length, &text->gathered, to, take)) return false;
     if (text->gathered == length || length == TOLERANT_LENGTH) return to != nullptr;
     print_diagnostic("Data reader error: expected %d characters, got %d\n", length, text->gathered);
     return false;
@@ -256,7 +301,7 @@ bool read_string_item(int32_t unit, HeapArray<char>* text)
     const auto take = [&](int32_t at, int32_t n) {
         return nzn_read_chars(unit, n, text->get() + at);
     };
-    if (!walk_data_records(unit, item, length, &gathered, take)) return false;
+    if (!walk_data_records(unit, item, length, &gathered, text->get(), take)) return false;
     trim_text(text->get(), length);
     return true;
 }
@@ -295,6 +340,7 @@ template <class Real> static bool place_array(int32_t unit, int32_t count, Real*
 bool read_real_array_item(int32_t unit, int32_t count, float** floats, double** doubles)
 {
     if (doubles) *doubles = nullptr;
+    if (!doubles != !floats) return false;
     ItemDescriptor item{};
     if (count < 0 || !read_item_descriptor(unit, &item)) return false;
     const bool size_fits = item.element_size == 4 || item.element_size == 8;
@@ -306,13 +352,15 @@ bool read_real_array_item(int32_t unit, int32_t count, float** floats, double** 
 
     float* const singles = floats ? *floats : nullptr;
     double* const wides = doubles ? *doubles : nullptr;
+    void* const destination = wides ? static_cast<void*>(wides) : singles;
     int32_t gathered = 0;
     const auto take = [&](int32_t at, int32_t n) {
         if (wides) return nzn_read_float64(unit, n, wides + at);
         if (singles) return nzn_read_float32(unit, n, singles + at);
         return nzn_skip_bytes(unit, static_cast<int64_t>(n) * item.element_size);
     };
-    if (!walk_data_records(unit, item, count, &gathered, take) || gathered != count) return false;
+    if (!walk_data_records(unit, item, count, &gathered, destination, take) || gathered != count)
+        return false;
     if (wides) {
         map_unused(wides, count, dataset_state.unused_double);
     } else if (singles) {

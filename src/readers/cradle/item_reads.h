@@ -7,6 +7,7 @@
 #pragma once
 
 #include "readers/cradle/heap_array.h"
+#include "ui/util/nzn_io.h"
 
 #include <cstdint>
 
@@ -50,7 +51,12 @@ void trim_text(char* text, int32_t length);
 // `count` int32 into `storage`, or passed over when that is null.
 [[nodiscard]] bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage);
 
-// The same into a new array. Prints when its memory cannot be had.
+// Passes over the item and gives the number of values in its full records and the place from which
+// its data records are begun.
+[[nodiscard]] bool pass_int_array_item(int32_t unit, int32_t count, int32_t* per_record,
+                                       RecordMark* data);
+
+// The same as read_int_array_item, into a new array. Prints when its memory cannot be had.
 [[nodiscard]] bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array);
 
 // `count` reals as stored: 4-byte values into *floats (filled in place when the caller placed an

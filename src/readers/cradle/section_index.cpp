@@ -44,7 +44,7 @@ static bool scan_elements(const Scan& scan, const char* /*name*/)
 static bool scan_element_materials(const Scan& scan, const char* /*name*/)
 {
     int32_t material_count = 0;
-    HeapArray<int32_t> materials;
+    HeapArray<uint8_t> materials;
     return read_fld_element_materials(scan.unit, true, &material_count, &materials);
 }
 

@@ -10,7 +10,7 @@
 // ---- state ----
 
 struct RecordStream {
-    FILE* file;                   // owned
+    FILE* file;                   // owned; read without a buffer of its own, the window is one
     int32_t unit;                 // the number it was opened under
     int64_t records_begun;        // since the open, tell or seek; 0: at a record boundary
     int32_t reclen;               // bytes of the current sub-record
@@ -19,15 +19,13 @@ struct RecordStream {
     bool continued;               // further sub-records of this record follow
     bool swapped;                 // the file is big-endian
     int64_t file_length;          // bytes, when it was opened
+    int64_t position;             // where the next byte is taken from
+    int64_t file_position;        // where `file` stands; -1 when that is not known
 };
 
 constexpr int32_t MAX_UNITS = 101;
 static RecordStream unit_table[MAX_UNITS]; // no holes; the order carries no meaning
 static int32_t last_unit = -1;
-
-// Where bytes go that are passed over by reading, which is cheaper than a seek for a few of them.
-constexpr int64_t SCRATCH_SIZE = 4096;
-static unsigned char scratch[SCRATCH_SIZE];
 
 static RecordStream* find_unit(int32_t unit)
 {
@@ -40,30 +38,110 @@ static RecordStream* find_unit(int32_t unit)
 
 // ---- bytes and positions ----
 
+// The last part of a file that was read, of one unit at a time. Markers and short records are
+// taken from it; long data goes straight to where it is wanted. It is what makes short records
+// fast: one call of the system for thousands of them.
+constexpr int64_t WINDOW_SIZE = 256 * 1024;
+constexpr int64_t FIRST_FILL = 512; // after a jump only the markers there may be wanted
+constexpr int64_t DIRECT_SIZE = 32 * 1024;
+
+struct Window {
+    FILE* file; // null when it holds nothing
+    int64_t begin;
+    int64_t size;
+    int64_t next_fill; // doubles as long as reading goes on without a jump
+};
+static Window window;
+static unsigned char window_bytes[WINDOW_SIZE];
+
 static int32_t short_read_status(FILE* file)
 {
     return feof(file) ? NZN_END_OF_FILE : NZN_FAILURE;
 }
 
-static bool skip_forward(FILE* file, int64_t count)
+// Reads from the file itself; the number of bytes that came. A seek may succeed beyond the end;
+// only the read shows it.
+static int64_t read_at(RecordStream* stream, int64_t position, void* to, int64_t count)
 {
-    if (count > SCRATCH_SIZE) return utf8wrap::_fseeki64(file, count, SEEK_CUR) == 0;
-    const auto wanted = static_cast<size_t>(count);
-    return fread(scratch, 1, wanted, file) == wanted;
-}
-
-static bool move_to(FILE* file, int64_t position)
-{
-    const int64_t current = utf8wrap::_ftelli64(file);
-    if (current < 0 || current > position) {
-        return utf8wrap::_fseeki64(file, position, SEEK_SET) == 0;
+    clearerr(stream->file);
+    if (stream->file_position != position) {
+        stream->file_position = -1;
+        if (utf8wrap::_fseeki64(stream->file, position, SEEK_SET) != 0) return 0;
     }
-    return skip_forward(file, position - current);
+    const size_t got = fread(to, 1, static_cast<size_t>(count), stream->file);
+    const bool complete = static_cast<int64_t>(got) == count;
+    stream->file_position = complete ? position + count : -1;
+    return static_cast<int64_t>(got);
 }
 
-static bool rewind_to_start(FILE* file)
+// How many bytes from the position on stand in the window.
+static int64_t bytes_in_window(const RecordStream* stream)
 {
-    return utf8wrap::_ftelli64(file) == 0 || utf8wrap::_fseeki64(file, 0, SEEK_SET) == 0;
+    if (window.file != stream->file || stream->position < window.begin) return 0;
+    return std::max<int64_t>(0, window.begin + window.size - stream->position);
+}
+
+static const unsigned char* at_position(const RecordStream* stream)
+{
+    return window_bytes + (stream->position - window.begin);
+}
+
+// Brings at least `need` bytes from the position on into the window, as far as the file has them;
+// the number that stands there then.
+static int64_t fill_window(RecordStream* stream, int64_t need)
+{
+    const int64_t kept = bytes_in_window(stream);
+    if (kept >= need) return kept;
+    const bool goes_on = window.file == stream->file && stream->position >= window.begin &&
+                         stream->position <= window.begin + window.size;
+    if (kept > 0) memmove(window_bytes, at_position(stream), static_cast<size_t>(kept));
+    const int64_t fill = goes_on ? std::min(window.next_fill * 2, WINDOW_SIZE) : FIRST_FILL;
+    const int64_t wanted = std::min(std::max(fill, need), WINDOW_SIZE - kept);
+    window = {stream->file, stream->position, kept, fill};
+    window.size += read_at(stream, stream->position + kept, window_bytes + kept, wanted);
+    return window.size;
+}
+
+// Copies bytes from the position on; the number that came.
+static int64_t read_bytes(RecordStream* stream, void* to, int64_t count)
+{
+    auto* destination = static_cast<unsigned char*>(to);
+    int64_t got = 0;
+    while (got < count) {
+        const int64_t left = count - got;
+        int64_t here = std::min(bytes_in_window(stream), left);
+        if (here > 0) {
+            memcpy(destination + got, at_position(stream), static_cast<size_t>(here));
+        } else if (left >= DIRECT_SIZE) {
+            here = read_at(stream, stream->position, destination + got, left);
+        } else if (fill_window(stream, left) > 0) {
+            continue;
+        }
+        if (here == 0) break;
+        stream->position += here;
+        got += here;
+    }
+    return got;
+}
+
+// A short way is gone by reading, so that the end of the file is noticed; a long one without
+// looking.
+constexpr int64_t SHORT_SKIP = 4096;
+
+static bool skip_forward(RecordStream* stream, int64_t count)
+{
+    if (count > INT64_MAX - stream->position) return false;
+    if (count <= SHORT_SKIP && fill_window(stream, count) < count) return false;
+    stream->position += count;
+    return true;
+}
+
+static bool move_to(RecordStream* stream, int64_t position)
+{
+    if (position < 0) return false;
+    if (position > stream->position) return skip_forward(stream, position - stream->position);
+    stream->position = position;
+    return true;
 }
 
 static uint32_t reversed(uint32_t word)
@@ -98,11 +176,11 @@ struct Marker {
 };
 
 // False when fewer than 4 bytes are left.
-static bool read_marker(FILE* file, bool swapped, Marker* marker)
+static bool read_marker(RecordStream* stream, Marker* marker)
 {
     uint32_t word = 0;
-    if (fread(&word, sizeof word, 1, file) != 1) return false;
-    if (swapped) word = reversed(word);
+    if (read_bytes(stream, &word, sizeof word) != sizeof word) return false;
+    if (stream->swapped) word = reversed(word);
     const int64_t value = static_cast<int32_t>(word);
     *marker = {value < 0 ? -value : value, value < 0};
     return true;
@@ -111,7 +189,7 @@ static bool read_marker(FILE* file, bool swapped, Marker* marker)
 static int32_t read_head_marker(RecordStream* stream)
 {
     Marker head{};
-    if (!read_marker(stream->file, stream->swapped, &head)) return short_read_status(stream->file);
+    if (!read_marker(stream, &head)) return short_read_status(stream->file);
     if (head.length > INT32_MAX) return NZN_FAILURE;
     stream->continued = head.negative;
     stream->reclen = static_cast<int32_t>(head.length);
@@ -122,7 +200,7 @@ static int32_t read_head_marker(RecordStream* stream)
 static int32_t check_tail_marker(RecordStream* stream)
 {
     Marker tail{};
-    if (!read_marker(stream->file, stream->swapped, &tail)) return short_read_status(stream->file);
+    if (!read_marker(stream, &tail)) return short_read_status(stream->file);
     return tail.length == stream->reclen ? NZN_OK : NZN_FAILURE;
 }
 
@@ -150,7 +228,7 @@ static int32_t cross_subrecord(RecordStream* stream)
 static int32_t finish_subrecords(RecordStream* stream)
 {
     for (;;) {
-        if (!skip_forward(stream->file, stream->sub_reclen_remaining)) return NZN_FAILURE;
+        if (!skip_forward(stream, stream->sub_reclen_remaining)) return NZN_FAILURE;
         stream->offset += stream->sub_reclen_remaining;
         stream->sub_reclen_remaining = 0;
         if (!stream->continued) return NZN_OK;
@@ -166,8 +244,6 @@ static bool record_is_begun(const RecordStream* stream)
 
 static int32_t finish_record(RecordStream* stream)
 {
-    // An end of file met earlier must not fail what can be read now.
-    clearerr(stream->file);
     if (!record_is_begun(stream)) return NZN_OK;
     const int32_t status = finish_subrecords(stream);
     return status != NZN_OK ? status : check_tail_marker(stream);
@@ -177,13 +253,10 @@ static int32_t read_across_subrecords(RecordStream* stream, void* buffer, int64_
                                       int64_t count)
 {
     int64_t want = element_size * count;
-    if (want == 0) return NZN_OK;
-    clearerr(stream->file);
     auto* to = static_cast<unsigned char*>(buffer);
-    for (;;) {
+    while (want > 0) {
         const int64_t take = std::min<int64_t>(want, stream->sub_reclen_remaining);
-        const auto got =
-            static_cast<int64_t>(fread(to, 1, static_cast<size_t>(take), stream->file));
+        const int64_t got = read_bytes(stream, to, take);
         to += got;
         stream->offset += got;
         stream->sub_reclen_remaining -= static_cast<int32_t>(got);
@@ -193,6 +266,7 @@ static int32_t read_across_subrecords(RecordStream* stream, void* buffer, int64_
         const int32_t status = cross_subrecord(stream);
         if (status != NZN_OK) return status;
     }
+    return NZN_OK;
 }
 
 static int32_t skip_across_subrecords(RecordStream* stream, int64_t count)
@@ -200,13 +274,13 @@ static int32_t skip_across_subrecords(RecordStream* stream, int64_t count)
     int64_t left = count;
     while (left > stream->sub_reclen_remaining) {
         if (!stream->continued) return NZN_FAILURE;
-        if (!skip_forward(stream->file, stream->sub_reclen_remaining)) return NZN_FAILURE;
+        if (!skip_forward(stream, stream->sub_reclen_remaining)) return NZN_FAILURE;
         left -= stream->sub_reclen_remaining;
         stream->sub_reclen_remaining = 0;
         const int32_t status = cross_subrecord(stream);
         if (status != NZN_OK) return status;
     }
-    if (!skip_forward(stream->file, left)) return NZN_FAILURE;
+    if (!skip_forward(stream, left)) return NZN_FAILURE;
     stream->sub_reclen_remaining -= static_cast<int32_t>(left);
     stream->offset += count;
     return NZN_OK;
@@ -216,19 +290,18 @@ static int32_t skip_across_subrecords(RecordStream* stream, int64_t count)
 
 // Walks all markers of the file in one byte order. True when they frame it to its end; `good` is
 // the number of sub-records before the first flaw. Up to 3 stray bytes at the end are accepted.
-static bool check_framing(FILE* file, bool swapped, int64_t* good)
+static bool check_framing(RecordStream* stream, int64_t* good)
 {
     *good = 0;
-    if (!rewind_to_start(file)) return false;
-    clearerr(file);
+    stream->position = 0;
     bool any_head = false;
     bool continues = false; // the sub-record before this one announced it
     Marker head{};
-    while (read_marker(file, swapped, &head)) {
+    while (read_marker(stream, &head)) {
         any_head = true;
         Marker tail{};
-        if (head.length > INT32_MAX || !skip_forward(file, head.length)) return false;
-        if (!read_marker(file, swapped, &tail)) return false;
+        if (head.length > INT32_MAX || !skip_forward(stream, head.length)) return false;
+        if (!read_marker(stream, &tail)) return false;
         // A tail is negative exactly when its sub-record continues an earlier one; a zero has no
         // sign.
         const bool sign_fits = tail.negative == continues || tail.length == 0;
@@ -236,7 +309,7 @@ static bool check_framing(FILE* file, bool swapped, int64_t* good)
         continues = head.negative;
         ++*good;
     }
-    return feof(file) && any_head && rewind_to_start(file);
+    return feof(stream->file) && any_head;
 }
 
 constexpr int64_t ENOUGH_GOOD_SUBRECORDS = 10;
@@ -248,11 +321,14 @@ static bool recognise(RecordStream* stream)
     int64_t little = 0;
     int64_t big = 0;
     stream->swapped = false;
-    if (check_framing(stream->file, false, &little)) return true;
-    stream->swapped = true;
-    if (check_framing(stream->file, true, &big)) return true;
-    stream->swapped = big > little;
-    return std::max(little, big) >= ENOUGH_GOOD_SUBRECORDS && rewind_to_start(stream->file);
+    bool framed = check_framing(stream, &little);
+    if (!framed) {
+        stream->swapped = true;
+        framed = check_framing(stream, &big);
+    }
+    if (!framed) stream->swapped = big > little;
+    stream->position = 0;
+    return framed || std::max(little, big) >= ENOUGH_GOOD_SUBRECORDS;
 }
 
 // ---- units ----
@@ -261,6 +337,7 @@ int32_t nzn_close_unit(int32_t unit)
 {
     RecordStream* stream = find_unit(unit);
     if (!stream) return NZN_OK;
+    if (window.file == stream->file) window = {};
     const int32_t status = fclose(stream->file) == 0 ? NZN_OK : NZN_FAILURE;
     *stream = unit_table[last_unit];
     unit_table[last_unit] = {};
@@ -276,6 +353,7 @@ int32_t nzn_open_unit(int32_t unit, const char* path)
     if (!file) return NZN_CANNOT_OPEN;
     RecordStream* stream = &unit_table[++last_unit];
     *stream = {};
+    (void)setvbuf(file, nullptr, _IONBF, 0);
     stream->file = file;
     stream->unit = unit;
     stream->file_length = utf8wrap::file_length(file);
@@ -294,7 +372,6 @@ static int32_t begin_next_record(RecordStream* stream)
     if (status != NZN_OK) return status;
     const int64_t begun = stream->records_begun;
     stand_at_boundary(stream);
-    clearerr(stream->file);
     const int32_t head_status = read_head_marker(stream);
     if (head_status == NZN_OK) stream->records_begun = begun + 1;
     return head_status;
@@ -318,18 +395,14 @@ int64_t nzn_tell(int32_t unit)
 {
     RecordStream* stream = find_unit(unit);
     if (!stream || finish_record(stream) != NZN_OK) return -1;
-    const int64_t position = utf8wrap::_ftelli64(stream->file);
-    if (position < 0) return -1;
     stand_at_boundary(stream);
-    return position;
+    return stream->position;
 }
 
 int32_t nzn_seek(int32_t unit, int64_t position)
 {
     RecordStream* stream = find_unit(unit);
-    if (!stream) return NZN_FAILURE;
-    clearerr(stream->file);
-    if (!move_to(stream->file, position)) return NZN_FAILURE;
+    if (!stream || !move_to(stream, position)) return NZN_FAILURE;
     stand_at_boundary(stream);
     return NZN_OK;
 }
@@ -337,12 +410,37 @@ int32_t nzn_seek(int32_t unit, int64_t position)
 int64_t nzn_bytes_left(int32_t unit)
 {
     const RecordStream* stream = find_unit(unit);
-    if (!stream) return 0;
-    const int64_t position = utf8wrap::_ftelli64(stream->file);
-    return position < 0 ? 0 : std::max<int64_t>(0, stream->file_length - position);
+    return stream ? std::max<int64_t>(0, stream->file_length - stream->position) : 0;
 }
 
 // ---- record contents ----
+
+static void reverse_bytes(void* data, int64_t element_size, int64_t count)
+{
+    if (element_size == 4) reverse_elements<uint32_t>(data, count);
+    if (element_size == 8) reverse_elements<uint64_t>(data, count);
+}
+
+// Elements that are read and reversed at a time, so that they are still in the processor's cache
+// when they are reversed.
+constexpr int64_t REVERSED_AT_A_TIME = 32 * 1024;
+
+static int32_t read_swapped(RecordStream* stream, int64_t element_size, int64_t count,
+                            unsigned char* destination)
+{
+    for (int64_t at = 0; at < count; at += REVERSED_AT_A_TIME) {
+        const int64_t n = std::min(REVERSED_AT_A_TIME, count - at);
+        unsigned char* const to = destination + at * element_size;
+        const int32_t status = read_across_subrecords(stream, to, element_size, n);
+        if (status != NZN_OK) {
+            // What an incomplete read leaves behind is as it stands in the file.
+            reverse_bytes(destination, element_size, at);
+            return status;
+        }
+        reverse_bytes(to, element_size, n);
+    }
+    return NZN_OK;
+}
 
 static int32_t read_elements(int32_t unit, int64_t element_size, int64_t count, void* destination)
 {
@@ -350,11 +448,9 @@ static int32_t read_elements(int32_t unit, int64_t element_size, int64_t count, 
     if (!stream) return NZN_FAILURE;
     if (count < 1) return NZN_OK;
     if (count > INT64_MAX / element_size) return NZN_FAILURE;
-    const int32_t status = read_across_subrecords(stream, destination, element_size, count);
-    if (status != NZN_OK || !stream->swapped) return status;
-    if (element_size == 4) reverse_elements<uint32_t>(destination, count);
-    if (element_size == 8) reverse_elements<uint64_t>(destination, count);
-    return NZN_OK;
+    return stream->swapped && element_size > 1
+               ? read_swapped(stream, element_size, count, static_cast<unsigned char*>(destination))
+               : read_across_subrecords(stream, destination, element_size, count);
 }
 
 int32_t nzn_read_int32(int32_t unit, int64_t count, int32_t* destination)
@@ -382,6 +478,89 @@ int32_t nzn_skip_bytes(int32_t unit, int64_t count)
     RecordStream* stream = find_unit(unit);
     if (!stream) return NZN_FAILURE;
     if (count < 1) return NZN_OK;
-    clearerr(stream->file);
     return skip_across_subrecords(stream, count);
+}
+
+// ---- runs of short records ----
+
+// One record of `length` bytes on from where the current one's data ends: its tail, the next head
+// and the data. Null when they do not stand in the window or the markers are others than expected.
+static const unsigned char* next_record_data(const RecordStream* stream, int64_t length,
+                                             uint32_t marker)
+{
+    const int64_t tail_size = record_is_begun(stream) ? 4 : 0;
+    if (bytes_in_window(stream) < tail_size + 4 + length) return nullptr;
+    const unsigned char* const at = at_position(stream);
+    uint32_t head = 0;
+    memcpy(&head, at + tail_size, sizeof head);
+    if (head != marker) return nullptr;
+    uint32_t tail = 0;
+    memcpy(&tail, at, sizeof tail);
+    if (stream->swapped) tail = reversed(tail);
+    const bool tail_fits = tail_size == 0 || tail == static_cast<uint32_t>(stream->reclen);
+    return tail_fits ? at + tail_size + 4 : nullptr;
+}
+
+static void stand_after_record(RecordStream* stream, int64_t length, const unsigned char* data)
+{
+    stream->position = window.begin + (data - window_bytes) + length;
+    stream->reclen = static_cast<int32_t>(length);
+    stream->offset = length;
+    ++stream->records_begun;
+}
+
+int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
+                         int64_t record_count, void* destination)
+{
+    RecordStream* stream = find_unit(unit);
+    const int64_t length = element_size * per_record;
+    if (!stream || length < 1 || length > SHORT_SKIP) return 0;
+    if (stream->continued || stream->sub_reclen_remaining > 0) return 0;
+    uint32_t marker = static_cast<uint32_t>(length);
+    if (stream->swapped) marker = reversed(marker);
+    auto* to = static_cast<unsigned char*>(destination);
+    int64_t taken = 0;
+    while (taken < record_count) {
+        const unsigned char* const data = next_record_data(stream, length, marker);
+        if (data) {
+            if (to) memcpy(to + taken * length, data, static_cast<size_t>(length));
+            stand_after_record(stream, length, data);
+            ++taken;
+        } else if (fill_window(stream, 8 + length) < 8 + length) {
+            break;
+        } else if (!next_record_data(stream, length, marker)) {
+            break;
+        }
+    }
+    if (to && stream->swapped) reverse_bytes(to, element_size, taken * per_record);
+    return taken;
+}
+
+// ---- coming back ----
+
+RecordMark nzn_mark(int32_t unit)
+{
+    const RecordStream* stream = find_unit(unit);
+    if (!stream) return {};
+    return {stream->position, stream->records_begun,        stream->offset,
+            stream->reclen,   stream->sub_reclen_remaining, stream->continued};
+}
+
+int32_t nzn_return(int32_t unit, const RecordMark& mark)
+{
+    RecordStream* stream = find_unit(unit);
+    if (!stream) return NZN_FAILURE;
+    stream->position = mark.position;
+    stream->records_begun = mark.records_begun;
+    stream->offset = mark.offset;
+    stream->reclen = mark.reclen;
+    stream->sub_reclen_remaining = mark.sub_reclen_remaining;
+    stream->continued = mark.continued;
+    return NZN_OK;
+}
+
+bool nzn_is_within_file(int32_t unit)
+{
+    const RecordStream* stream = find_unit(unit);
+    return stream && stream->position <= stream->file_length;
 }

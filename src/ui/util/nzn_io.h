@@ -53,3 +53,26 @@ int32_t nzn_close_unit(int32_t unit);
 [[nodiscard]] int32_t nzn_read_chars(int32_t unit, int32_t count, char* destination);
 // Passes over bytes of the current record.
 [[nodiscard]] int32_t nzn_skip_bytes(int32_t unit, int64_t count);
+
+// Begins and reads (or passes over, with a null destination) as many whole records of `per_record`
+// elements each as stand next, at most `record_count`, and gives their number. Only there for
+// speed: it takes short, undamaged records of one piece and stops before any other, which the
+// operations above then deal with. Values are in native byte order.
+[[nodiscard]] int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
+                                       int64_t record_count, void* destination);
+
+// A place inside a record, to come back to while the unit stays open.
+struct RecordMark {
+    int64_t position;
+    int64_t records_begun;
+    int64_t offset;
+    int32_t reclen;
+    int32_t sub_reclen_remaining;
+    bool continued;
+};
+[[nodiscard]] RecordMark nzn_mark(int32_t unit);
+[[nodiscard]] int32_t nzn_return(int32_t unit, const RecordMark& mark);
+
+// Whether all that was passed over so far lies within the file: long ways are gone without
+// looking.
+[[nodiscard]] bool nzn_is_within_file(int32_t unit);
