@@ -24,10 +24,9 @@ bool open_int_window(int32_t unit, int32_t count, IntWindow* window)
            nzn_is_within_file(unit);
 }
 
-// Reads on into the window, from the mark; false when the file does not go on as it did.
-static bool read_on(IntWindow* window)
+// Reads into the window, on from where it left off; false when the file does not go on as it did.
+static bool fill(IntWindow* window)
 {
-    if (nzn_return(window->unit, window->mark) != NZN_OK) return false;
     while (window->unread > 0 && window->end < window->capacity) {
         int32_t* const to = window->values.get() + window->end;
         const int32_t room = std::min(window->capacity - window->end, window->unread);
@@ -50,8 +49,16 @@ static bool read_on(IntWindow* window)
         window->end += taken;
         window->unread -= taken;
     }
-    window->mark = nzn_mark(window->unit);
     return true;
+}
+
+// The same, and leaves the unit where it stood.
+static bool read_on(IntWindow* window)
+{
+    const RecordMark elsewhere = nzn_mark(window->unit);
+    if (nzn_return(window->unit, window->mark) != NZN_OK || !fill(window)) return false;
+    window->mark = nzn_mark(window->unit);
+    return nzn_return(window->unit, elsewhere) == NZN_OK;
 }
 
 const int32_t* refill_and_take(IntWindow* window, int32_t count)

@@ -3,6 +3,7 @@
 #include "readers/cradle/dataset_state.h"
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/host_services.h"
+#include "readers/cradle/int_window.h"
 #include "readers/cradle/item_reads.h"
 #include "readers/cradle/name_rows.h"
 #include "readers/cradle/region_names.h"
@@ -28,13 +29,14 @@ struct Caller {
     int32_t wall_capacity;
 };
 
-// One region's part of the arrays, as 32-bit numbers of the file.
+// One region's faces: how many, how many node entries they may take, and the arrays from which
+// both come, which may go on with the next region's.
 struct RegionFaces {
     int32_t count;
-    const int32_t* types;
-    const int32_t* elements;
     int32_t list_length;
-    const int32_t* node_list;
+    IntWindow* types;
+    IntWindow* elements;
+    IntWindow* node_list;
 };
 
 static bool is_wall_region(const Caller& caller, const char* name)
@@ -109,59 +111,61 @@ static bool create_region_faces(const Caller& caller, const char* name, int32_t 
 {
     const bool is_wall = is_wall_region(caller, name);
     const uint32_t bias = static_cast<uint32_t>(dataset_state.bias);
-    int32_t position = 0;
+    int32_t nodes_left = faces.list_length;
     for (int32_t j = 0; j < faces.count; ++j) {
-        const int32_t node_count = face_nodes(faces.types[j]);
+        const int32_t* const type = take_values(faces.types, 1);
+        const int32_t* const element = take_values(faces.elements, 1);
+        if (!type || !element) return false;
+        const int32_t node_count = face_nodes(*type);
         if (node_count == 0) {
-            print_diagnostic("FLD file error: face %d has unknown type %d\n", j + 1,
-                             faces.types[j]);
+            print_diagnostic("FLD file error: face %d has unknown type %d\n", j + 1, *type);
             return false;
         }
-        if (node_count > faces.list_length - position) {
+        if (node_count > nodes_left) {
             print_diagnostic("FLD file error: node list of %d entries is too short for face %d\n",
                              faces.list_length, j + 1);
             return false;
         }
-        int32_t nodes[4];
-        for (int32_t k = 0; k < node_count; ++k) {
-            nodes[k] = wrapping_sum(faces.node_list[position + k], 1U - bias);
-        }
-        position += node_count;
+        const int32_t* const file_nodes = take_values(faces.node_list, node_count);
+        if (!file_nodes) return false;
+        nodes_left -= node_count;
         if (node_count < 3) continue;
+        int32_t nodes[4];
+        for (int32_t k = 0; k < node_count; ++k) nodes[k] = wrapping_sum(file_nodes[k], 1U - bias);
         if (!host_create_boundary_face(boundary_type, node_count, nodes)) {
             print_no_memory_for_boundaries();
             return false;
         }
-        const int32_t element = wrapping_sum(faces.elements[j], 0U - bias);
-        if (is_wall && !append_wall(caller, element, nodes, node_count)) return false;
+        if (is_wall && !append_wall(caller, wrapping_sum(*element, 0U - bias), nodes, node_count)) {
+            return false;
+        }
     }
-    return true;
+    return pass_values(faces.node_list, nodes_left);
 }
 
 // ---- "LS_SurfaceGeometry": one region after the other ----
 
-// Type codes, element numbers and node list of one region; read only when they are wanted.
+// Type codes, element numbers and node list of one region; opened only when they are wanted.
 struct RegionArrays {
     int32_t face_count;
-    HeapArray<int32_t> types;
-    HeapArray<int32_t> elements;
+    IntWindow types;
+    IntWindow elements;
     int32_t list_length;
-    HeapArray<int32_t> node_list;
+    IntWindow node_list;
 };
 
-static bool read_array(int32_t unit, bool wanted, int32_t count, HeapArray<int32_t>* array)
+static bool open_array(int32_t unit, bool wanted, int32_t count, IntWindow* array)
 {
-    return wanted ? read_new_int_array_item(unit, count, array)
-                  : read_int_array_item(unit, count, nullptr);
+    return wanted ? open_int_window(unit, count, array) : read_int_array_item(unit, count, nullptr);
 }
 
 static bool read_region_arrays(int32_t unit, bool wanted, RegionArrays* region)
 {
     return read_int_item(unit, &region->face_count) &&
-           read_array(unit, wanted, region->face_count, &region->types) &&
-           read_array(unit, wanted, region->face_count, &region->elements) &&
+           open_array(unit, wanted, region->face_count, &region->types) &&
+           open_array(unit, wanted, region->face_count, &region->elements) &&
            read_int_item(unit, &region->list_length) &&
-           read_array(unit, wanted, region->list_length, &region->node_list);
+           open_array(unit, wanted, region->list_length, &region->node_list);
 }
 
 static bool add_faces(const Caller& caller, int32_t count)
@@ -182,8 +186,8 @@ static bool read_region(int32_t unit, int32_t name_length, const Caller& caller)
     if (!read_region_arrays(unit, !caller.scan_only, &region)) return false;
     if (caller.scan_only) return add_faces(caller, region.face_count);
     return create_region_faces(caller, name.get(), boundary_type,
-                               {region.face_count, region.types.get(), region.elements.get(),
-                                region.list_length, region.node_list.get()});
+                               {region.face_count, region.list_length, &region.types,
+                                &region.elements, &region.node_list});
 }
 
 static bool read_regions(int32_t unit, const Caller& caller)
@@ -281,41 +285,43 @@ static bool sum_counts(const int32_t* counts, int32_t region_count, int32_t* sum
 struct SharedArrays {
     HeapArray<int32_t> face_counts;
     int32_t face_total;
-    HeapArray<int32_t> types;
-    HeapArray<int32_t> elements;
+    IntWindow types;
+    IntWindow elements;
     HeapArray<int32_t> list_lengths;
-    HeapArray<int32_t> node_list;
+    IntWindow node_list;
 };
 
 static bool read_shared_arrays(int32_t unit, bool wanted, int32_t region_count,
                                SharedArrays* shared)
 {
     int32_t list_total = 0;
-    return read_array(unit, true, region_count, &shared->face_counts) &&
+    return read_new_int_array_item(unit, region_count, &shared->face_counts) &&
            sum_counts(shared->face_counts.get(), region_count, &shared->face_total) &&
-           read_array(unit, wanted, shared->face_total, &shared->types) &&
-           read_array(unit, wanted, shared->face_total, &shared->elements) &&
-           read_array(unit, true, region_count, &shared->list_lengths) &&
+           open_array(unit, wanted, shared->face_total, &shared->types) &&
+           open_array(unit, wanted, shared->face_total, &shared->elements) &&
+           read_new_int_array_item(unit, region_count, &shared->list_lengths) &&
            sum_counts(shared->list_lengths.get(), region_count, &list_total) &&
-           read_array(unit, wanted, list_total, &shared->node_list);
+           open_array(unit, wanted, list_total, &shared->node_list);
+}
+
+static bool pass_region(const RegionFaces& faces)
+{
+    return pass_values(faces.types, faces.count) && pass_values(faces.elements, faces.count) &&
+           pass_values(faces.node_list, faces.list_length);
 }
 
 // Every region goes on in the shared arrays where the one before it ended.
 static bool create_all_faces(const Caller& caller, const NameTable& names,
-                             const int32_t* boundary_types, const SharedArrays& shared)
+                             const int32_t* boundary_types, SharedArrays* shared)
 {
-    RegionFaces faces{0, shared.types.get(), shared.elements.get(), 0, shared.node_list.get()};
     for (int32_t i = 0; i < names.region_count; ++i) {
-        faces.count = shared.face_counts[i];
-        faces.list_length = shared.list_lengths[i];
+        const RegionFaces faces{shared->face_counts[i], shared->list_lengths[i], &shared->types,
+                                &shared->elements, &shared->node_list};
         const char* const name = name_of_region(names, i);
-        if (!region_name_is_empty(name) &&
-            !create_region_faces(caller, name, boundary_types[i], faces)) {
-            return false;
-        }
-        faces.types += faces.count;
-        faces.elements += faces.count;
-        faces.node_list += faces.list_length;
+        const bool done = region_name_is_empty(name)
+                              ? pass_region(faces)
+                              : create_region_faces(caller, name, boundary_types[i], faces);
+        if (!done) return false;
     }
     return true;
 }
@@ -339,7 +345,7 @@ static bool read_region_table(int32_t unit, const Caller& caller)
     if (!take_names(caller, names, boundary_types.get())) return false;
     if (!read_shared_arrays(unit, !caller.scan_only, names.region_count, &shared)) return false;
     if (caller.scan_only) return add_faces(caller, shared.face_total);
-    return create_all_faces(caller, names, boundary_types.get(), shared);
+    return create_all_faces(caller, names, boundary_types.get(), &shared);
 }
 
 bool read_fld_surface_geometry_array(int32_t unit, bool scan_only, int32_t name_capacity,
