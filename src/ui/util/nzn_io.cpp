@@ -156,8 +156,16 @@ static uint64_t reversed(uint64_t word)
            reversed(static_cast<uint32_t>(word >> 32));
 }
 
+// For speed alone: where the compiler can, the loops below are built for several processors, and
+// the one at hand chosen when the library is loaded.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define FOR_EVERY_PROCESSOR [[gnu::target_clones("avx2", "ssse3", "default")]]
+#else
+#define FOR_EVERY_PROCESSOR
+#endif
+
 // Reverses the bytes of every element in place. `data` may be an array of any element type.
-template <class Word> static void reverse_elements(void* data, int64_t count)
+template <class Word> inline void reverse_elements(void* data, int64_t count)
 {
     auto* bytes = static_cast<unsigned char*>(data);
     for (int64_t i = 0; i < count; ++i, bytes += sizeof(Word)) {
@@ -415,10 +423,20 @@ int64_t nzn_bytes_left(int32_t unit)
 
 // ---- record contents ----
 
+FOR_EVERY_PROCESSOR static void reverse_4_bytes(void* data, int64_t count)
+{
+    reverse_elements<uint32_t>(data, count);
+}
+
+FOR_EVERY_PROCESSOR static void reverse_8_bytes(void* data, int64_t count)
+{
+    reverse_elements<uint64_t>(data, count);
+}
+
 static void reverse_bytes(void* data, int64_t element_size, int64_t count)
 {
-    if (element_size == 4) reverse_elements<uint32_t>(data, count);
-    if (element_size == 8) reverse_elements<uint64_t>(data, count);
+    if (element_size == 4) reverse_4_bytes(data, count);
+    if (element_size == 8) reverse_8_bytes(data, count);
 }
 
 // Elements that are read and reversed at a time, so that they are still in the processor's cache
