@@ -306,6 +306,13 @@ bool read_string_item(int32_t unit, HeapArray<char>* text)
     return true;
 }
 
+bool read_region_counts(int32_t unit, int32_t* region_count, int32_t* name_length)
+{
+    int32_t not_interpreted = 0;
+    return read_int_item(unit, &not_interpreted) && read_int_item(unit, region_count) &&
+           read_int_item(unit, name_length);
+}
+
 bool read_region_name(int32_t unit, int32_t name_length, HeapArray<char>* name)
 {
     return name_length == ANY_LENGTH_NAMES ? read_string_item(unit, name)

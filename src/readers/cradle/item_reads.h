@@ -44,6 +44,9 @@ void trim_text(char* text, int32_t length);
 // All characters of the item, however long, trimmed and terminated.
 [[nodiscard]] bool read_string_item(int32_t unit, HeapArray<char>* text);
 
+// The three int items that begin every section of named regions; the first is not interpreted.
+[[nodiscard]] bool read_region_counts(int32_t unit, int32_t* region_count, int32_t* name_length);
+
 // A region name as the name length of its section says: -1 for an item of any length, otherwise a
 // fixed length. Trimmed and terminated.
 [[nodiscard]] bool read_region_name(int32_t unit, int32_t name_length, HeapArray<char>* name);

@@ -52,13 +52,9 @@ static bool store_wall_name(const char* name, int32_t count, HeapArray<char>* wa
 bool read_fld_region_names(int32_t unit, bool scan_only, int32_t* wall_region_count,
                            HeapArray<char>* wall_names, int32_t wall_name_capacity)
 {
-    int32_t not_interpreted = 0;
     int32_t region_count = 0;
     int32_t name_length = 0;
-    if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, &region_count) ||
-        !read_int_item(unit, &name_length)) {
-        return false;
-    }
+    if (!read_region_counts(unit, &region_count, &name_length)) return false;
     for (int32_t region = 0; region < region_count; ++region) {
         HeapArray<char> type;
         HeapArray<char> name;

@@ -192,13 +192,9 @@ static bool read_region(int32_t unit, int32_t name_length, const Caller& caller)
 
 static bool read_regions(int32_t unit, const Caller& caller)
 {
-    int32_t not_interpreted = 0;
     int32_t region_count = 0;
     int32_t name_length = 0;
-    if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, &region_count) ||
-        !read_int_item(unit, &name_length)) {
-        return false;
-    }
+    if (!read_region_counts(unit, &region_count, &name_length)) return false;
     for (int32_t i = 0; i < region_count; ++i) {
         if (!read_region(unit, name_length, caller)) return false;
     }
@@ -235,11 +231,7 @@ static const char* name_of_region(const NameTable& names, int32_t region)
 
 static bool read_name_table(int32_t unit, NameTable* names)
 {
-    int32_t not_interpreted = 0;
-    if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, &names->region_count) ||
-        !read_int_item(unit, &names->width)) {
-        return false;
-    }
+    if (!read_region_counts(unit, &names->region_count, &names->width)) return false;
     if (names->width < 0) {
         print_no_memory_for_boundaries();
         return false;

@@ -11,18 +11,11 @@ static bool skip_region(int32_t unit, int32_t name_length)
            read_int_array_item(unit, value_count, nullptr);
 }
 
-static bool read_counts(int32_t unit, int32_t* region_count, int32_t* name_length)
-{
-    int32_t not_interpreted = 0;
-    return read_int_item(unit, &not_interpreted) && read_int_item(unit, region_count) &&
-           read_int_item(unit, name_length);
-}
-
 bool read_volume_geometry_section(int32_t unit)
 {
     int32_t region_count = 0;
     int32_t name_length = 0;
-    if (!read_counts(unit, &region_count, &name_length)) return false;
+    if (!read_region_counts(unit, &region_count, &name_length)) return false;
     for (int32_t i = 0; i < region_count; ++i) {
         if (!skip_region(unit, name_length)) return false;
     }
@@ -35,7 +28,7 @@ bool read_volume_geometry_array_section(int32_t unit)
     int32_t name_length = 0;
     HeapArray<char> names;
     HeapArray<int32_t> value_counts;
-    if (!read_counts(unit, &region_count, &name_length)) return false;
+    if (!read_region_counts(unit, &region_count, &name_length)) return false;
     const int64_t name_total = static_cast<int64_t>(name_length) * region_count;
     if (name_total < INT32_MIN || name_total > INT32_MAX) return false;
     if (!read_fixed_string_item(unit, static_cast<int32_t>(name_total), &names)) return false;
