@@ -394,8 +394,34 @@ value inf inf inf inf
 close
 )";
 
+// Cylindrical results without a grid of their own.
+static std::vector<NamedFile> cylindrical_pair()
+{
+    FldFile grid = cylindrical_file(), step = grid;
+    grid.grids[0].pop_back();
+    step.grids[0] = {step.grids[0][1], step.grids[0].back()};
+    return {{"c.1", grid}, {"c.2", step}};
+}
+
+// The marker of undefined values in both precisions.
+static FldFile both_markers_file()
+{
+    const Section markers = layout("Unused", {real_array({-1e30}, 4), real_array({-1e30}, 8)});
+    const FldFile file = replaced(tetrahedron_file(), scalar("P", "Pressure", {1, -2, 0.5, -1e30}));
+    return with_keywords(file, {markers, bias(), cycle(1, 0.5)});
+}
+
+static std::string exchanged(std::string trace, const std::string& text, const std::string& by)
+{
+    return trace.replace(trace.find(text), text.size(), by);
+}
+
 const std::vector<Dataset>& datasets()
 {
+    const Format short_subrecords{.max_subrecord = 5, .values_per_record = 3, .bias = 0};
+    const Format short_records{.big_endian = true, .max_subrecord = 16, .values_per_record = 1};
+    const Format doubles{.big_endian = true, .values_per_record = 2, .bias = -5, .precision = 8};
+    const std::string options = "options 0 0 1\n";
     static const std::vector<Dataset> list = {
         {"tetrahedron", {{"a.fld", tetrahedron_file()}}, tetrahedron_trace},
         {"all_faces", {{"a.fld", all_faces_file()}}, all_faces_trace},
@@ -405,6 +431,19 @@ const std::vector<Dataset>& datasets()
         {"undefined_values", {{"a.fld", undefined_values_file()}}, undefined_values_trace},
         {"silent_sections", {{"a.fld", silent_sections_file()}}, tetrahedron_trace},
         {"results_series", series_files(), series_trace},
+        {"cylindrical_pair",
+         cylindrical_pair(),
+         exchanged(cylindrical_trace, options, options + options),
+         {},
+         {},
+         short_subrecords},
+        {"both_markers",
+         {{"a.fld", both_markers_file()}},
+         exchanged(tetrahedron_trace, "1e+30", "inf"),
+         {},
+         {},
+         short_records},
+        {"doubles", {{"a.fld", three_grids_file()}}, three_grids_trace, {}, {}, doubles},
     };
     return list;
 }

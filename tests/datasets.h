@@ -25,6 +25,7 @@ struct Dataset {
     std::string trace;                   // expected: open, peek, all grids, close
     std::vector<NamedFile> changed = {}; // between the header callback and the data callbacks
     Controls controls = {};
+    Format format = {}; // in which it is damaged
 };
 
 // How a parameter with a name shows, and what its test is called.

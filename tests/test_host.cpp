@@ -316,6 +316,11 @@ void TestHost::read(int32_t grid)
     }
 }
 
+void TestHost::change_node_counts(int32_t change)
+{
+    for (int32_t& count : node_counts_) count = std::max(count + change, 0);
+}
+
 void TestHost::close()
 {
     log("close");

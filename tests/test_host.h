@@ -59,6 +59,7 @@ public:
     [[nodiscard]] int32_t grid_count() const { return grid_count_; }
     // Asks for another number of variables than the library reported.
     void set_variable_count(int32_t count) { variable_count_ = count; }
+    void change_node_counts(int32_t change); // none below 0
 
     Controls controls;
     std::string hidden_prefix;               // cut out of the library's output: a directory
