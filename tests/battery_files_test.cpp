@@ -499,16 +499,16 @@ TEST(BatteryHeap, shows_in_no_trace)
         return;
     }
     const TemporaryDirectory directory;
-    std::string program = std::filesystem::read_symlink("/proc/self/exe"), traces[2];
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+    std::string traces[2];
     int filled_with[2] = {};
     for (const int pattern : {0, 1}) {
         const std::string path = directory.path("traces"), fill = pattern ? "238" : "17";
-        const std::string command =
-            "FLD_HEAP_TRACES=" + path +
-            " GTEST_TOTAL_SHARDS=1 GTEST_SHARD_INDEX=0 GLIBC_TUNABLES=" +
-            "glibc.malloc.tcache_count=0:glibc.malloc.perturb=" + fill +
-            " ASAN_OPTIONS=max_malloc_fill_size=1000000:malloc_fill_byte=" + fill + " " + program +
-            " --gtest_filter=BatteryHeap.* >/dev/null";
+        std::string command = "FLD_HEAP_TRACES=" + path;
+        command.append(" GTEST_TOTAL_SHARDS=1 GTEST_SHARD_INDEX=0 GLIBC_TUNABLES=")
+            .append("glibc.malloc.tcache_count=0:glibc.malloc.perturb=" + fill)
+            .append(" ASAN_OPTIONS=max_malloc_fill_size=1000000:malloc_fill_byte=" + fill)
+            .append(" " + program + " --gtest_filter=BatteryHeap.* >/dev/null");
         ASSERT_EQ(system(command.c_str()), 0);
         std::ifstream stream(path);
         stream >> filled_with[pattern];

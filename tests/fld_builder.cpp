@@ -374,6 +374,8 @@ TemporaryDirectory::~TemporaryDirectory()
 
 std::string TemporaryDirectory::write(const std::string& name, const std::string& bytes) const
 {
+    // Some file systems write a file out at once when it is emptied and filled again.
+    std::filesystem::remove(path_ / name);
     std::ofstream stream(path_ / name, std::ios::binary);
     stream << bytes;
     if (!stream.flush()) throw std::runtime_error("cannot write " + name);
