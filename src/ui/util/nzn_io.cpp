@@ -41,9 +41,9 @@ static RecordStream* find_unit(int32_t unit)
 // The last part of a file that was read, of one unit at a time. Markers and short records are
 // taken from it; long data goes straight to where it is wanted. It is what makes short records
 // fast: one call of the system for thousands of them.
-constexpr int64_t WINDOW_SIZE = 256 * 1024;
+constexpr int64_t WINDOW_SIZE = 262144;
 constexpr int64_t FIRST_FILL = 512; // after a jump only the markers there may be wanted
-constexpr int64_t DIRECT_SIZE = 32 * 1024;
+constexpr int64_t DIRECT_SIZE = 32768;
 
 struct Window {
     FILE* file; // null when it holds nothing
@@ -441,7 +441,7 @@ static void reverse_bytes(void* data, int64_t element_size, int64_t count)
 
 // Elements that are read and reversed at a time, so that they are still in the processor's cache
 // when they are reversed.
-constexpr int64_t REVERSED_AT_A_TIME = 32 * 1024;
+constexpr int64_t REVERSED_AT_A_TIME = 32768;
 
 static int32_t read_swapped(RecordStream* stream, int64_t element_size, int64_t count,
                             unsigned char* destination)
@@ -544,9 +544,8 @@ int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
             if (to) memcpy(to + taken * length, data, static_cast<size_t>(length));
             stand_after_record(stream, length, data);
             ++taken;
-        } else if (fill_window(stream, 8 + length) < 8 + length) {
-            break;
-        } else if (!next_record_data(stream, length, marker)) {
+        } else if (fill_window(stream, 8 + length) < 8 + length ||
+                   !next_record_data(stream, length, marker)) {
             break;
         }
     }
