@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <limits>
+#include <numeric>
 #include <optional>
 
 namespace fld_test
@@ -120,6 +121,10 @@ TEST_F(Records, fail_on_a_unit_that_is_not_open)
     EXPECT_EQ(nzn_seek(UNIT, 0), 5);
     EXPECT_EQ(nzn_read_int32(UNIT, 0, &number), 5);
     EXPECT_EQ(nzn_skip_bytes(UNIT, 0), 5);
+    EXPECT_EQ(nzn_take_records(UNIT, 4, 1, 1, &number), 0);
+    EXPECT_EQ(nzn_bytes_left(UNIT), 0);
+    EXPECT_EQ(nzn_return(UNIT, nzn_mark(UNIT)), 5);
+    EXPECT_FALSE(nzn_is_within_file(UNIT));
     EXPECT_EQ(nzn_close_unit(UNIT), 0);
 }
 
@@ -159,6 +164,32 @@ TEST_F(Records, read_the_same_in_every_framing)
             EXPECT_EQ(nzn_begin_record(UNIT), 4);
             EXPECT_EQ(nzn_begin_record(UNIT), 4);
         }
+    }
+}
+
+// Long records are read straight to where they are wanted, runs of short ones many at a time.
+TEST_F(Records, are_read_whole_when_long_and_in_runs_when_short)
+{
+    Ints longer(200'000), run(120'000);
+    std::iota(longer.begin(), longer.end(), -1000);
+    std::iota(run.begin(), run.end(), 5);
+    for (const Format& format : {Format{}, Format{.big_endian = true},
+                                 Format{.big_endian = true, .max_subrecord = 100'001}}) {
+        FldBuilder b(format);
+        b.ints(longer).ints({42});
+        for (int32_t i = 5; i < 120'005; i += 3) b.ints({i, i + 1, i + 2});
+        ASSERT_EQ(open(b.ints({7}).bytes()), 0);
+        EXPECT_EQ(next_ints(200'000), longer);
+        EXPECT_EQ(next_ints(1), Ints{42});
+        const RecordMark start = nzn_mark(UNIT);
+        Ints taken(120'000);
+        EXPECT_EQ(nzn_take_records(UNIT, 4, 3, 40'001, taken.data()), 40'000);
+        EXPECT_EQ(taken, run);
+        EXPECT_EQ(next_ints(1), Ints{7});
+        EXPECT_EQ(nzn_return(UNIT, start), 0);
+        EXPECT_EQ(nzn_take_records(UNIT, 4, 3, 2, nullptr), 2);
+        EXPECT_EQ(next_ints(3), (Ints{11, 12, 13}));
+        EXPECT_EQ(nzn_take_records(UNIT, 4, 2, 1, taken.data()), 0) << "records of another length";
     }
 }
 

@@ -16,6 +16,14 @@ static std::string trace_of(const FldFile& file)
     return run(host, {"", {{"a.fld", file}}, ""});
 }
 
+// The trace of the tetrahedron with a section of its own replaced, or one more.
+static std::string trace_with(const Section& section)
+{
+    const FldFile file = tetrahedron_file();
+    const auto same = std::ranges::find(file.grids[0], section.name, &Section::name);
+    return trace_of(same == file.grids[0].end() ? added(file, section) : replaced(file, section));
+}
+
 // ---- layouts ----
 
 struct Layout {
@@ -119,6 +127,8 @@ static std::vector<Layout> layouts()
                 {three, int_item(2), int_array({34, 34}), int_item(1), int_array({1})}),
          false},
         {"region_name_length_minus_2", region(types, -2, {text_item("Inlet"), wall}), false},
+        {"region_name_of_4_byte_characters",
+         region(types, -1, {text_item("Inlet"), ints({4, 1, 1}), ints({1})}), false},
         {"region_type_of_33_records",
          region(types, -1, joined(joined({ints({1, 1, 33})}, repeated(33, record("i"))), {wall})),
          false},
@@ -174,13 +184,43 @@ INSTANTIATE_TEST_SUITE_P(All, Layouts, testing::ValuesIn(layouts()), test_name);
 
 TEST_P(Layouts, are_accepted_or_fail_silently)
 {
-    FldFile file = tetrahedron_file();
     const auto& [name, section, opens] = GetParam();
-    const auto same = std::ranges::find(file.grids[0], section.name, &Section::name);
-    file = same == file.grids[0].end() ? added(file, section) : replaced(file, section);
-    const std::string trace = trace_of(file);
+    const std::string trace = trace_with(section);
     const std::vector<std::string> words = {"out", "flag", "face", "x", "y", "z", "value"};
     EXPECT_EQ(pick(trace, words), opens ? pick(datasets()[0].trace, words) : "flag 1\n");
+}
+
+// An item without data in the place of any other one, and the end of the section after it.
+TEST(Sections, that_stop_at_any_item_are_refused)
+{
+    const Item zero = int_item(0), one = int_item(1), three = int_item(3), four = int_item(4),
+               wall = text_item("wall"), triple = int_array({1, 2, 3}), single = int_array({1}),
+               triangle = int_array({TRIANGLE_FACE}), reals = real_array(x);
+    const std::pair<const char*, std::vector<Item>> sections[] = {
+        {"LS_CoordinateSystem", {three, zero}},
+        {"LS_Nodes", {three, four, reals, reals, reals}},
+        {"LS_MatOfElements", {three, one, single}},
+        {"LS_Elements", {three, one, int_array({34}), four, int_array({1, 2, 3, 4})}},
+        {"LS_RegionName&Type", {three, one, four, wall, wall}},
+        {"LS_SurfaceGeometry", {three, one, four, wall, one, triangle, single, three, triple}},
+        {"LS_SurfaceGeometryArray",
+         {three, one, four, wall, single, triangle, single, int_array({3}), triple}},
+        {"LS_VolumeGeometry", {three, one, four, wall, three, triple}},
+        {"LS_VolumeGeometryArray", {three, one, four, wall, int_array({3}), triple}},
+        {"LS_ALE", {zero, four, zero, one, one, wall, one, wall, one, real_array({1, 2, 3})}},
+        {"LS_Scalar:P", {zero, wall, four, reals}},
+        {"LS_Vector:V", {zero, zero, wall, four, reals, reals, reals}},
+        {"LS_STREAMcoc", {zero, triple}},
+    };
+    for (const auto& [name, items] : sections) {
+        for (size_t kept = 0; kept <= items.size(); ++kept) {
+            std::vector<Item> some(items.begin(), items.begin() + static_cast<ptrdiff_t>(kept));
+            if (kept < items.size()) some.push_back(ints({1, 32, 0}));
+            const std::string flags = pick(trace_with(layout(name, some)), {"flag"});
+            EXPECT_EQ(flags.substr(0, 7), kept == items.size() ? "flag 0\n" : "flag 1\n")
+                << name << ", item " << kept + 1;
+        }
+    }
 }
 
 // ---- the header ----
@@ -193,6 +233,9 @@ TEST(Header, keyword_groups)
     const Section double_marker = layout("Unused", {real_array({7}, 4), real_array({-2}, 8)});
     const Section marker_of_8_bytes = layout("Unused", {real_array({7}, 8)});
     const Section two_markers = layout("Unused", {real_array({7}, 4), real_array({-2}, 4)});
+    const Section two_times = layout("Cycle", {int_item(1), ints({4, 2, 1}), ints({0, 0})});
+    Section no_end = layout("Unused", {real_array({7}, 4), ints({0, 1, 0})});
+    no_end.closed = false;
     const Section nothing = layout("Anything", {});
     const Section items = layout("Anything", {ints({4, 100, 3}), record("1"), record(""),
                                               record("333"), ints({1, 32, 1}), record("text")});
@@ -217,7 +260,9 @@ TEST(Header, keyword_groups)
         {"single marker", {bias(), unused(-2)}, "0", "value 1 inf 0.5 1e+30\n"},
         {"time in two records", {bias(), cycle_in_two}, ""},
         {"time of 2 bytes", {bias(), wrong_size}, ""},
+        {"two times", {bias(), two_times}, ""},
         {"marker of 8 bytes", {bias(), marker_of_8_bytes}, ""},
+        {"end record with a length", {bias(), no_end}, ""},
         {"two single markers", {bias(), two_markers}, ""},
         {"no end record", {unclosed, cycle(1, 1)}, ""},
     };
