@@ -46,6 +46,14 @@ static const Series all_series[] = {
      {},
      "",
      "err \nerr ***ERROR: regcmp error \"^f([0-9][0-9]*\\.fld$\"\n"},
+    // Compiled as it stands, this would ask for more memory than there is.
+    {"many_repetitions",
+     "f++++++++++++++++++++++++++++++2.fld",
+     {"f1.fld"},
+     {},
+     "",
+     "err \nerr ***ERROR: regcmp error "
+     "\"^f++++++++++++++++++++++++++++++[0-9][0-9]*\\.fld$\"\n"},
     {"nine_digits", "f100000000.fld", {"f99999999.fld", "f9.fld"}, {}, "f99999999.fld"},
     // 2 to the power of 32, and more than 64 bits hold.
     {"ten_digits", "f4294967296.fld", {"f999999999.fld", "f9.fld"}, {}, "f999999999.fld"},

@@ -9,7 +9,7 @@
 
 constexpr size_t TEXT_SIZE = 256; // every name, path, pattern and expression: 255 characters
 
-constexpr int64_t MOST_REPETITIONS = 10000;
+constexpr int64_t MOST_REPETITIONS = 1024;
 
 TimeSeriesEntry TimeSeriesTable[MAX_SERIES_FILES];
 
@@ -132,14 +132,15 @@ struct Expression {
     }
 };
 
-// The product of an expression's repetition counts, such as {3,20}. Compiling may write out every
-// repetition, nested ones within each other, so that a name of few characters could ask for
-// gigabytes.
+// How often an expression's repetitions may write out a part of it when it is compiled: each count,
+// such as {3,20}, multiplies what it stands behind, and each '+' doubles it. A name of thirty '+'
+// would ask for gigabytes.
 static int64_t repetitions(const char* text)
 {
     int64_t product = 1;
     int64_t count = 0;
     for (bool in_braces = false; *text != '\0'; ++text) {
+        if (*text == '+') product *= 2;
         if (*text == '{') in_braces = true;
         if (*text == '}') in_braces = false;
         if (!in_braces || !is_digit(*text)) {
