@@ -10,7 +10,7 @@
 // ---- state ----
 
 struct RecordStream {
-    FILE* file;                   // owned; read without a buffer of its own, the window is one
+    FILE* file;                   // owned; read by position alone, never through its own buffer
     int32_t unit;                 // the number it was opened under
     int64_t records_begun;        // since the open, tell or seek; 0: at a record boundary
     int32_t reclen;               // bytes of the current sub-record
@@ -20,7 +20,7 @@ struct RecordStream {
     bool swapped;                 // the file is big-endian
     int64_t file_length;          // bytes, when it was opened
     int64_t position;             // where the next byte is taken from
-    int64_t file_position;        // where `file` stands; -1 when that is not known
+    bool read_failed;             // the last read from the file did; otherwise it may have ended
 };
 
 constexpr int32_t MAX_UNITS = 101;
@@ -54,24 +54,15 @@ struct Window {
 static Window window;
 static unsigned char window_bytes[WINDOW_SIZE];
 
-static int32_t short_read_status(FILE* file)
+static int32_t short_read_status(const RecordStream* stream)
 {
-    return feof(file) ? NZN_END_OF_FILE : NZN_FAILURE;
+    return stream->read_failed ? NZN_FAILURE : NZN_END_OF_FILE;
 }
 
-// Reads from the file itself; the number of bytes that came. A seek may succeed beyond the end;
-// only the read shows it.
+// Reads from the file itself; the number of bytes that came.
 static int64_t read_at(RecordStream* stream, int64_t position, void* to, int64_t count)
 {
-    clearerr(stream->file);
-    if (stream->file_position != position) {
-        stream->file_position = -1;
-        if (utf8wrap::_fseeki64(stream->file, position, SEEK_SET) != 0) return 0;
-    }
-    const size_t got = fread(to, 1, static_cast<size_t>(count), stream->file);
-    const bool complete = static_cast<int64_t>(got) == count;
-    stream->file_position = complete ? position + count : -1;
-    return static_cast<int64_t>(got);
+    return utf8wrap::read_at(stream->file, position, count, to, &stream->read_failed);
 }
 
 // How many bytes from the position on stand in the window.
@@ -197,7 +188,7 @@ static bool read_marker(RecordStream* stream, Marker* marker)
 static int32_t read_head_marker(RecordStream* stream)
 {
     Marker head{};
-    if (!read_marker(stream, &head)) return short_read_status(stream->file);
+    if (!read_marker(stream, &head)) return short_read_status(stream);
     if (head.length > INT32_MAX) return NZN_FAILURE;
     stream->continued = head.negative;
     stream->reclen = static_cast<int32_t>(head.length);
@@ -208,7 +199,7 @@ static int32_t read_head_marker(RecordStream* stream)
 static int32_t check_tail_marker(RecordStream* stream)
 {
     Marker tail{};
-    if (!read_marker(stream, &tail)) return short_read_status(stream->file);
+    if (!read_marker(stream, &tail)) return short_read_status(stream);
     return tail.length == stream->reclen ? NZN_OK : NZN_FAILURE;
 }
 
@@ -268,7 +259,7 @@ static int32_t read_across_subrecords(RecordStream* stream, void* buffer, int64_
         to += got;
         stream->offset += got;
         stream->sub_reclen_remaining -= static_cast<int32_t>(got);
-        if (got != take) return short_read_status(stream->file);
+        if (got != take) return short_read_status(stream);
         want -= take;
         if (want == 0) return NZN_OK;
         const int32_t status = cross_subrecord(stream);
@@ -296,47 +287,58 @@ static int32_t skip_across_subrecords(RecordStream* stream, int64_t count)
 
 // ---- recognising a file ----
 
-// Walks all markers of the file in one byte order. True when they frame it to its end; `good` is
-// the number of sub-records before the first flaw. Up to 3 stray bytes at the end are accepted.
-static bool check_framing(RecordStream* stream, int64_t* good)
+constexpr int64_t ENOUGH_GOOD_SUBRECORDS = 10;
+
+// What a walk over the markers in one byte order found.
+struct Framing {
+    int64_t good = 0; // sub-records before the first flaw, or before the walk stopped
+    bool whole = false;
+    bool stopped = false;
+};
+
+// Walks the markers of the file, those of `most` sub-records if there are so many. Up to 3 stray
+// bytes at the end are accepted.
+static Framing check_framing(RecordStream* stream, bool swapped, int64_t most)
 {
-    *good = 0;
+    stream->swapped = swapped;
     stream->position = 0;
-    bool any_head = false;
+    Framing framing;
     bool continues = false; // the sub-record before this one announced it
     Marker head{};
-    while (read_marker(stream, &head)) {
-        any_head = true;
+    for (; read_marker(stream, &head); ++framing.good) {
+        if (framing.good == most) {
+            framing.stopped = true;
+            return framing;
+        }
         Marker tail{};
-        if (head.length > INT32_MAX || !skip_forward(stream, head.length)) return false;
-        if (!read_marker(stream, &tail)) return false;
+        if (head.length > INT32_MAX || !skip_forward(stream, head.length)) return framing;
+        if (!read_marker(stream, &tail)) return framing;
         // A tail is negative exactly when its sub-record continues an earlier one; a zero has no
         // sign.
         const bool sign_fits = tail.negative == continues || tail.length == 0;
-        if (tail.length != head.length || !sign_fits) return false;
+        if (tail.length != head.length || !sign_fits) return framing;
         continues = head.negative;
-        ++*good;
     }
-    return feof(stream->file) && any_head;
+    framing.whole = !stream->read_failed && framing.good > 0;
+    return framing;
 }
 
-constexpr int64_t ENOUGH_GOOD_SUBRECORDS = 10;
-
 // Finds the byte order; false when the file is not framed in either. A file that is damaged, or
-// still being written, counts when enough of its start is well framed.
+// still being written, counts when enough of its start is well framed. So a file whose start is
+// well framed in one order and not in the other is recognised whatever follows, and only one that
+// begins well in both is walked to its end: opening takes the same short time at any size.
 static bool recognise(RecordStream* stream)
 {
-    int64_t little = 0;
-    int64_t big = 0;
-    stream->swapped = false;
-    bool framed = check_framing(stream, &little);
-    if (!framed) {
-        stream->swapped = true;
-        framed = check_framing(stream, &big);
+    for (const int64_t most : {ENOUGH_GOOD_SUBRECORDS, INT64_MAX}) {
+        const Framing little = check_framing(stream, false, most);
+        const Framing big = little.whole ? Framing{} : check_framing(stream, true, most);
+        if (little.stopped && (big.whole || big.stopped)) continue;
+        stream->swapped = !little.whole && (big.whole || big.good > little.good);
+        stream->position = 0;
+        return little.whole || big.whole ||
+               std::max(little.good, big.good) >= ENOUGH_GOOD_SUBRECORDS;
     }
-    if (!framed) stream->swapped = big > little;
-    stream->position = 0;
-    return framed || std::max(little, big) >= ENOUGH_GOOD_SUBRECORDS;
+    return false;
 }
 
 // ---- units ----
@@ -361,7 +363,6 @@ int32_t nzn_open_unit(int32_t unit, const char* path)
     if (!file) return NZN_CANNOT_OPEN;
     RecordStream* stream = &unit_table[++last_unit];
     *stream = {};
-    (void)setvbuf(file, nullptr, _IONBF, 0);
     stream->file = file;
     stream->unit = unit;
     stream->file_length = utf8wrap::file_length(file);
@@ -519,12 +520,55 @@ static const unsigned char* next_record_data(const RecordStream* stream, int64_t
     return tail_fits ? at + tail_size + 4 : nullptr;
 }
 
-static void stand_after_record(RecordStream* stream, int64_t length, const unsigned char* data)
+static void stand_after_records(RecordStream* stream, int64_t count, int64_t length,
+                                const unsigned char* end)
 {
-    stream->position = window.begin + (data - window_bytes) + length;
+    stream->position = window.begin + (end - window_bytes);
     stream->reclen = static_cast<int32_t>(length);
     stream->offset = length;
-    ++stream->records_begun;
+    stream->records_begun += count;
+}
+
+// From `at` on stand up to `most` records, each with the tail of the one before it: copies the
+// data of those whose two markers are as expected, and gives their number. With a length that the
+// compiler knows this costs about as much as the copy alone.
+template <int64_t LENGTH> inline int64_t copy_records(const unsigned char* at, int64_t most,
+                                                      int64_t length, uint32_t marker,
+                                                      unsigned char* to)
+{
+    const uint64_t both_markers = uint64_t{marker} << 32 | marker;
+    const auto size = static_cast<size_t>(LENGTH > 0 ? LENGTH : length);
+    int64_t count = 0;
+    for (; count < most; ++count, at += 8 + size) {
+        uint64_t markers = 0;
+        memcpy(&markers, at, sizeof markers);
+        if (markers != both_markers) break;
+        if (to) memcpy(to + static_cast<size_t>(count) * size, at + 8, size);
+    }
+    return count;
+}
+
+static int64_t copy_records(const unsigned char* at, int64_t most, int64_t length, uint32_t marker,
+                            unsigned char* to)
+{
+    if (length == 4) return copy_records<4>(at, most, length, marker, to);
+    if (length == 8) return copy_records<8>(at, most, length, marker, to);
+    return copy_records<0>(at, most, length, marker, to);
+}
+
+// Takes what stands in the window, and stands after it.
+static int64_t take_from_window(RecordStream* stream, int64_t length, uint32_t marker, int64_t most,
+                                unsigned char* to)
+{
+    const unsigned char* const first = next_record_data(stream, length, marker);
+    if (!first) return 0;
+    if (to) memcpy(to, first, static_cast<size_t>(length));
+    const unsigned char* const rest = first + length;
+    const int64_t whole = (window_bytes + window.size - rest) / (8 + length);
+    const int64_t count =
+        copy_records(rest, std::min(most - 1, whole), length, marker, to ? to + length : to);
+    stand_after_records(stream, 1 + count, length, rest + count * (8 + length));
+    return 1 + count;
 }
 
 int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
@@ -536,20 +580,18 @@ int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
     if (stream->continued || stream->sub_reclen_remaining > 0) return 0;
     uint32_t marker = static_cast<uint32_t>(length);
     if (stream->swapped) marker = reversed(marker);
-    auto* to = static_cast<unsigned char*>(destination);
+    auto* const destination_bytes = static_cast<unsigned char*>(destination);
     int64_t taken = 0;
     while (taken < record_count) {
-        const unsigned char* const data = next_record_data(stream, length, marker);
-        if (data) {
-            if (to) memcpy(to + taken * length, data, static_cast<size_t>(length));
-            stand_after_record(stream, length, data);
-            ++taken;
-        } else if (fill_window(stream, 8 + length) < 8 + length ||
-                   !next_record_data(stream, length, marker)) {
+        unsigned char* const to = destination ? destination_bytes + taken * length : nullptr;
+        const int64_t here = take_from_window(stream, length, marker, record_count - taken, to);
+        if (to && stream->swapped) reverse_bytes(to, element_size, here * per_record);
+        taken += here;
+        if (here == 0 && (fill_window(stream, 8 + length) < 8 + length ||
+                          !next_record_data(stream, length, marker))) {
             break;
         }
     }
-    if (to && stream->swapped) reverse_bytes(to, element_size, taken * per_record);
     return taken;
 }
 

@@ -20,7 +20,7 @@ constexpr int32_t NZN_NOT_UNFORMATTED = 2;
 
 // Opens a file by UTF-8 path under a unit number; a file already open under it is closed first.
 // 0 opened; 1 cannot be opened, or 101 units are open; 2 not an unformatted sequential file.
-// Every marker of the file is checked; damage after 10 good sub-records does not prevent opening.
+// Damage after 10 good sub-records does not prevent opening: only what reads it will fail.
 [[nodiscard]] int32_t nzn_open_unit(int32_t unit, const char* path);
 
 // 0 closed or not open; 5 when closing the stream failed (the unit is free all the same).

@@ -1,9 +1,12 @@
 #include "ui/util/utf8wrap.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <dirent.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 static_assert(sizeof(off_t) == 8, "positions beyond 4 GiB need a 64-bit off_t");
 
@@ -18,14 +21,22 @@ FILE* fopen(const char* path, const char* mode)
     return ::fopen(path, mode);
 }
 
-int _fseeki64(FILE* stream, int64_t offset, int origin)
+int64_t read_at(FILE* stream, int64_t position, int64_t count, void* to, bool* failed)
 {
-    return fseeko(stream, offset, origin);
-}
-
-int64_t _ftelli64(FILE* stream)
-{
-    return ftello(stream);
+    // The system takes at most 2 GiB at a time.
+    constexpr int64_t AT_A_TIME = 1 << 30;
+    *failed = false;
+    int64_t got = 0;
+    while (got < count) {
+        const auto wanted = static_cast<size_t>(std::min(count - got, AT_A_TIME));
+        const ssize_t here =
+            pread(fileno(stream), static_cast<char*>(to) + got, wanted, position + got);
+        if (here < 0 && errno == EINTR) continue;
+        *failed = here < 0;
+        if (here <= 0) break;
+        got += here;
+    }
+    return got;
 }
 
 int64_t file_length(FILE* stream)

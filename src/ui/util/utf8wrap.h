@@ -1,4 +1,5 @@
-// The platform layer: files by UTF-8 path, their status, directory listings and 64-bit positions.
+// The platform layer: files by UTF-8 path, read by 64-bit positions, their status, and directory
+// listings.
 // Nothing above this file calls the operating system for files.
 #pragma once
 
@@ -13,10 +14,10 @@ namespace utf8wrap
 // whatever the system refuses. The caller closes the stream.
 [[nodiscard]] FILE* fopen(const char* path, const char* mode);
 
-// Position in bytes, measured as fseek and ftell measure it. Seeking beyond the end succeeds;
-// only the next read shows it.
-[[nodiscard]] int _fseeki64(FILE* stream, int64_t offset, int origin);
-[[nodiscard]] int64_t _ftelli64(FILE* stream);
+// Reads bytes from a position on, beyond 4 GiB too and without moving the stream; their number is
+// less than asked for at the end of the file, or when the system fails to read.
+[[nodiscard]] int64_t read_at(FILE* stream, int64_t position, int64_t count, void* to,
+                              bool* failed);
 
 // Length in bytes of the file behind the stream; -1 when it cannot be had.
 [[nodiscard]] int64_t file_length(FILE* stream);
