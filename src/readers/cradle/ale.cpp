@@ -12,7 +12,7 @@ static bool skip_name(int32_t unit, int32_t name_length)
 static bool skip_reals(int32_t unit, int32_t items, int32_t values_per_item)
 {
     for (int32_t i = 0; i < items; ++i) {
-        if (!read_real_array_item(unit, values_per_item, nullptr, nullptr)) return false;
+        if (!read_real_array_item(unit, values_per_item, nullptr)) return false;
     }
     return true;
 }

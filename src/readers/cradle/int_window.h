@@ -1,18 +1,13 @@
-// An int array item read through a small window: arrays of a grid are as large as the file, and
-// fresh memory for them would cost more than reading them.
+// An int array item whose values are taken one after the other, through a small window.
 #pragma once
 
 #include "readers/cradle/heap_array.h"
-#include "ui/util/nzn_io.h"
+#include "readers/cradle/item_reads.h"
 
 #include <cstdint>
 
 struct IntWindow {
-    int32_t unit;
-    RecordMark mark;     // where reading goes on
-    int32_t per_record;  // values in a full record
-    int32_t unread;      // values of the item that were not read yet
-    int32_t record_left; // values of the record at the mark that were not read yet
+    PassedItem item;
     HeapArray<int32_t> values;
     int32_t capacity;
     int32_t begin; // the part of the values that was not taken yet

@@ -105,12 +105,12 @@ static bool shape_fits(const ItemDescriptor& item, int32_t count)
 }
 
 static int32_t take_full_records(int32_t unit, const ItemDescriptor& item, int32_t count,
-                                 int32_t record_count, void* destination)
+                                 int32_t record_count, void* destination, ValueSearch* search)
 {
     if (item.per_record < 1) return 0;
     const int32_t full = std::min(count / item.per_record, record_count);
     return static_cast<int32_t>(
-        nzn_take_records(unit, item.element_size, item.per_record, full, destination));
+        nzn_take_records(unit, item.element_size, item.per_record, full, destination, search));
 }
 
 // Where the values after the first few belong; null when they are passed over.
@@ -125,14 +125,15 @@ static void* advanced(void* destination, int32_t count, int32_t element_size)
 // values the records held, at most `count`.
 template <class Take> static bool walk_data_records(int32_t unit, const ItemDescriptor& item,
                                                     int32_t count, int32_t* gathered,
-                                                    void* destination, Take take)
+                                                    void* destination, Take take,
+                                                    ValueSearch* search = nullptr)
 {
     *gathered = 0;
     for (int32_t record = 0; record < item.record_count; ++record) {
         // Full records, as long as they are short and plain, are taken many at a time.
         const int32_t taken =
             take_full_records(unit, item, count - *gathered, item.record_count - record,
-                              advanced(destination, *gathered, item.element_size));
+                              advanced(destination, *gathered, item.element_size), search);
         *gathered += taken * item.per_record;
         record += taken;
         if (record == item.record_count) break;
@@ -141,6 +142,16 @@ template <class Take> static bool walk_data_records(int32_t unit, const ItemDesc
         *gathered += n;
     }
     return true;
+}
+
+// Passes over the data records of an array.
+static bool pass_records(int32_t unit, const ItemDescriptor& item, int32_t count)
+{
+    int32_t gathered = 0;
+    const auto take = [&](int32_t, int32_t n) {
+        return nzn_skip_bytes(unit, static_cast<int64_t>(n) * item.element_size);
+    };
+    return walk_data_records(unit, item, count, &gathered, nullptr, take) && gathered == count;
 }
 
 bool file_can_hold(int32_t unit, int32_t count, int32_t element_size)
@@ -168,11 +179,9 @@ static bool read_int_array_descriptor(int32_t unit, int32_t count, ItemDescripto
 static bool read_int_array_records(int32_t unit, const ItemDescriptor& item, int32_t count,
                                    int32_t* storage)
 {
+    if (!storage) return pass_records(unit, item, count);
     int32_t gathered = 0;
-    const auto take = [&](int32_t at, int32_t n) {
-        return storage ? nzn_read_int32(unit, n, storage + at)
-                       : nzn_skip_bytes(unit, static_cast<int64_t>(n) * 4);
-    };
+    const auto take = [&](int32_t at, int32_t n) { return nzn_read_int32(unit, n, storage + at); };
     return walk_data_records(unit, item, count, &gathered, storage, take) && gathered == count;
 }
 
@@ -181,15 +190,6 @@ bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage)
     ItemDescriptor item{};
     return read_int_array_descriptor(unit, count, &item) &&
            read_int_array_records(unit, item, count, storage);
-}
-
-bool pass_int_array_item(int32_t unit, int32_t count, int32_t* per_record, RecordMark* data)
-{
-    ItemDescriptor item{};
-    if (!read_int_array_descriptor(unit, count, &item)) return false;
-    *per_record = item.per_record;
-    *data = nzn_mark(unit);
-    return read_int_array_records(unit, item, count, nullptr);
 }
 
 bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array)
@@ -319,7 +319,57 @@ bool read_region_name(int32_t unit, int32_t name_length, HeapArray<char>* name)
                                            : read_text_item(unit, name_length, name);
 }
 
+// ---- passing over first, reading later ----
+
+static bool pass_array(int32_t unit, const ItemDescriptor& item, int32_t count, PassedItem* passed)
+{
+    *passed = {unit, item.element_size, item.per_record, count, 0, nzn_mark(unit)};
+    return pass_records(unit, item, count) && nzn_is_within_file(unit);
+}
+
+bool pass_int_array_item(int32_t unit, int32_t count, PassedItem* item)
+{
+    ItemDescriptor descriptor{};
+    return read_int_array_descriptor(unit, count, &descriptor) &&
+           pass_array(unit, descriptor, count, item);
+}
+
+// Reads at most `count` values of the records at hand; below 1 when that fails.
+static int32_t read_some(PassedItem* item, int32_t count, void* to)
+{
+    if (item->record_left == 0) {
+        const int64_t taken = nzn_take_records(item->unit, item->element_size, item->per_record,
+                                               count / item->per_record, to);
+        if (taken > 0) return static_cast<int32_t>(taken) * item->per_record;
+        if (nzn_begin_record(item->unit) != NZN_OK) return 0;
+        item->record_left = std::min(item->per_record, item->unread);
+    }
+    const int32_t n = std::min(count, item->record_left);
+    item->record_left -= n;
+    const int32_t status = item->element_size == 8
+                               ? nzn_read_float64(item->unit, n, static_cast<double*>(to))
+                               : nzn_read_int32(item->unit, n, static_cast<int32_t*>(to));
+    return status == NZN_OK ? n : 0;
+}
+
+bool read_passed(PassedItem* item, int32_t count, void* values)
+{
+    const RecordMark elsewhere = nzn_mark(item->unit);
+    if (nzn_return(item->unit, item->mark) != NZN_OK) return false;
+    for (int32_t done = 0; done < count;) {
+        const int32_t n = read_some(item, count - done, advanced(values, done, item->element_size));
+        if (n < 1) return false;
+        item->unread -= n;
+        done += n;
+    }
+    item->mark = nzn_mark(item->unit);
+    return nzn_return(item->unit, elsewhere) == NZN_OK;
+}
+
 // ---- reals ----
+
+// Small enough for the processor's cache, large enough to make calls of the system rare.
+constexpr int32_t REAL_WINDOW_VALUES = 32768;
 
 // Replaces every value that is, bit for bit, the marker of an undefined one. A marker of 0 marks
 // nothing.
@@ -335,54 +385,88 @@ template <class Real> static void map_unused(Real* values, int32_t count, Real u
     }
 }
 
-// Places a new array for `count` reals; prints when its memory cannot be had.
-template <class Real> static bool place_array(int32_t unit, int32_t count, Real** array)
+// The descriptor of an array of `count` reals.
+static bool read_real_array_descriptor(int32_t unit, int32_t count, ItemDescriptor* item)
 {
-    if (!file_can_hold(unit, count, sizeof(Real))) return false;
-    *array = heap_array<Real>(count).release();
-    if (!*array) print_no_memory_for_items(count);
-    return *array != nullptr;
+    if (count < 0 || !read_item_descriptor(unit, item) || !shape_fits(*item, count)) return false;
+    return count == 0 || item->element_size == 4 || item->element_size == 8;
 }
 
-bool read_real_array_item(int32_t unit, int32_t count, float** floats, double** doubles)
+static bool open_real_window(int32_t unit, const ItemDescriptor& descriptor, int32_t count,
+                             RealWindow* window)
 {
-    if (doubles) *doubles = nullptr;
-    if (!doubles != !floats) return false;
-    ItemDescriptor item{};
-    if (count < 0 || !read_item_descriptor(unit, &item)) return false;
-    const bool size_fits = item.element_size == 4 || item.element_size == 8;
-    if (!shape_fits(item, count) || (count > 0 && !size_fits)) return false;
-    if (item.element_size == 4 && floats && !*floats && !place_array(unit, count, floats)) {
+    if (!file_can_hold(unit, count, descriptor.element_size)) return false;
+    window->capacity = std::min(count, REAL_WINDOW_VALUES);
+    window->values = heap_array<double>(window->capacity);
+    if (!window->values) {
+        print_no_memory_for_items(count);
         return false;
     }
-    if (item.element_size == 8 && doubles && !place_array(unit, count, doubles)) return false;
+    return pass_array(unit, descriptor, count, &window->item);
+}
 
-    float* const singles = floats ? *floats : nullptr;
-    double* const wides = doubles ? *doubles : nullptr;
-    void* const destination = wides ? static_cast<void*>(wides) : singles;
+bool open_real_window(int32_t unit, int32_t count, RealWindow* window)
+{
+    ItemDescriptor descriptor{};
+    return read_real_array_descriptor(unit, count, &descriptor) &&
+           open_real_window(unit, descriptor, count, window);
+}
+
+// The values as stored, in 4 bytes each, take the upper half of the window until they are widened.
+static bool fill_with_singles(RealWindow* window, int32_t count)
+{
+    auto* const stored =
+        reinterpret_cast<char*>(window->values.get() + count) - static_cast<int64_t>(count) * 4;
+    if (!read_passed(&window->item, count, stored)) return false;
+    for (int32_t i = 0; i < count; ++i) {
+        float value = 0;
+        memcpy(&value, stored + int64_t{i} * 4, sizeof value);
+        map_unused(&value, 1, dataset_state.unused_float);
+        window->values[i] = static_cast<double>(value);
+    }
+    return true;
+}
+
+bool fill_real_window(RealWindow* window, int32_t count)
+{
+    if (window->item.element_size != 8) return fill_with_singles(window, count);
+    if (!read_passed(&window->item, count, window->values.get())) return false;
+    map_unused(window->values.get(), count, dataset_state.unused_double);
+    return true;
+}
+
+static bool read_doubles(int32_t unit, const ItemDescriptor& item, int32_t count, float* values)
+{
+    RealWindow window{};
+    if (!open_real_window(unit, item, count, &window)) return false;
+    for (int32_t at = 0; at < count;) {
+        const int32_t n = std::min(window.capacity, count - at);
+        if (!fill_real_window(&window, n)) return false;
+        for (int32_t i = 0; i < n; ++i) values[at + i] = static_cast<float>(window.values[i]);
+        at += n;
+    }
+    return true;
+}
+
+static bool read_floats(int32_t unit, const ItemDescriptor& item, int32_t count, float* values)
+{
     int32_t gathered = 0;
+    const float unused = dataset_state.unused_float;
+    ValueSearch search{std::bit_cast<uint32_t>(unused), false};
     const auto take = [&](int32_t at, int32_t n) {
-        if (wides) return nzn_read_float64(unit, n, wides + at);
-        if (singles) return nzn_read_float32(unit, n, singles + at);
-        return nzn_skip_bytes(unit, static_cast<int64_t>(n) * item.element_size);
+        return nzn_read_and_search(unit, n, values + at, &search);
     };
-    if (!walk_data_records(unit, item, count, &gathered, destination, take) || gathered != count)
-        return false;
-    if (wides) {
-        map_unused(wides, count, dataset_state.unused_double);
-    } else if (singles) {
-        map_unused(singles, count, dataset_state.unused_float);
-    }
+    if (!walk_data_records(unit, item, count, &gathered, values, take, &search)) return false;
+    if (gathered != count) return false;
+    if (search.found) map_unused(values, count, unused);
     return true;
 }
 
-bool read_real_values(int32_t unit, int32_t count, float* values)
+bool read_real_array_item(int32_t unit, int32_t count, float* values)
 {
-    if (!values) return read_real_array_item(unit, count, nullptr, nullptr);
-    double* wide_values = nullptr;
-    const bool complete = read_real_array_item(unit, count, &values, &wide_values);
-    const HeapArray<double> wide(wide_values);
-    if (!complete) return false;
-    for (int32_t i = 0; wide && i < count; ++i) values[i] = static_cast<float>(wide[i]);
-    return true;
+    ItemDescriptor item{};
+    if (!read_real_array_descriptor(unit, count, &item)) return false;
+    if (!values) return pass_records(unit, item, count);
+    return item.element_size == 8 ? read_doubles(unit, item, count, values)
+                                  : read_floats(unit, item, count, values);
 }

@@ -54,23 +54,40 @@ void trim_text(char* text, int32_t length);
 // `count` int32 into `storage`, or passed over when that is null.
 [[nodiscard]] bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage);
 
-// Passes over the item and gives the number of values in its full records and the place from which
-// its data records are begun.
-[[nodiscard]] bool pass_int_array_item(int32_t unit, int32_t count, int32_t* per_record,
-                                       RecordMark* data);
-
 // The same as read_int_array_item, into a new array. Prints when its memory cannot be had.
 [[nodiscard]] bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array);
 
-// `count` reals as stored: 4-byte values into *floats (filled in place when the caller placed an
-// array there, otherwise a new one), 8-byte values into a new array *doubles. With neither the item
-// is passed over. Values equal to the dataset's unused-value markers become +infinity.
-[[nodiscard]] bool read_real_array_item(int32_t unit, int32_t count, float** floats,
-                                        double** doubles);
-
 // `count` reals of either size as floats into `values`, which the caller owns; passed over when
-// that is null.
-[[nodiscard]] bool read_real_values(int32_t unit, int32_t count, float* values);
+// that is null. Values equal to the dataset's unused-value markers become +infinity. 8-byte values
+// are read only once the item is known to be whole; prints when there is no memory to convert them.
+[[nodiscard]] bool read_real_array_item(int32_t unit, int32_t count, float* values);
+
+// An array that was passed over, so that whatever is wrong with it has shown, and whose values are
+// read later on, a few at a time: fresh memory for all of them would cost more than reading them.
+struct PassedItem {
+    int32_t unit;
+    int32_t element_size; // bytes
+    int32_t per_record;   // values in a full record
+    int32_t unread;       // values of the item that were not read yet
+    int32_t record_left;  // values of the record at the mark that were not read yet
+    RecordMark mark;      // where reading goes on
+};
+[[nodiscard]] bool pass_int_array_item(int32_t unit, int32_t count, PassedItem* item);
+
+// Reads the next values as they are stored. The unit is left where it stood.
+[[nodiscard]] bool read_passed(PassedItem* item, int32_t count, void* values);
+
+// An array of reals of either size, passed over, and room for some of its values.
+struct RealWindow {
+    PassedItem item;
+    HeapArray<double> values;
+    int32_t capacity;
+};
+// Prints when there is no memory for the window.
+[[nodiscard]] bool open_real_window(int32_t unit, int32_t count, RealWindow* window);
+
+// Reads the next values into the window, at most its capacity; marked ones become +infinity.
+[[nodiscard]] bool fill_real_window(RealWindow* window, int32_t count);
 
 // The one line for an array of values whose memory cannot be had.
 void print_no_memory_for_items(int32_t count);

@@ -66,7 +66,7 @@ bool read_fld_nodes(int32_t unit, bool scan_only, int32_t query_count, int32_t* 
     // A scan passes the values over, and so does a grid of no nodes without a buffer.
     for (int64_t plane = 0; plane < 3; ++plane) {
         float* const values = scan_only || !coords ? nullptr : coords + plane * query_count;
-        if (!read_real_values(unit, *node_count, values)) return false;
+        if (!read_real_array_item(unit, *node_count, values)) return false;
     }
     if (scan_only) return true;
     if (!check_coordinate_system(dataset_state.coordinate_system)) return false;

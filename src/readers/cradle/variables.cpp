@@ -6,6 +6,7 @@
 #include "readers/cradle/name_rows.h"
 #include "readers/cradle/nodes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -87,56 +88,42 @@ bool read_scalar_section(int32_t unit, bool scan_only, const char* key, int32_t 
                          value_count, node_count);
         return false;
     }
-    return read_real_values(unit, value_count, scan_only ? nullptr : values);
+    return read_real_array_item(unit, value_count, scan_only ? nullptr : values);
 }
 
 // ---- vectors ----
-
-// One component as stored, in either precision.
-struct Component {
-    HeapArray<float> singles;
-    HeapArray<double> doubles;
-
-    double at(int32_t i) const { return doubles ? doubles[i] : static_cast<double>(singles[i]); }
-};
-
-static bool read_component(int32_t unit, int32_t count, Component* component)
-{
-    float* singles = nullptr;
-    double* doubles = nullptr;
-    const bool complete = read_real_array_item(unit, count, &singles, &doubles);
-    component->singles.reset(singles);
-    component->doubles.reset(doubles);
-    return complete;
-}
 
 // The radial component and the angular rate of every node become x and y components. The rate
 // times the radius is the tangential component.
 static bool read_cylindrical_components(int32_t unit, int32_t node_count, const float* node_coords,
                                         float* values)
 {
-    Component radial;
-    Component rate;
-    if (!read_component(unit, node_count, &radial)) return false;
-    if (!read_component(unit, node_count, &rate)) return false;
+    RealWindow radial{};
+    RealWindow rate{};
+    if (!open_real_window(unit, node_count, &radial)) return false;
+    if (!open_real_window(unit, node_count, &rate)) return false;
     const float* const radius_plane = node_coords;
     const float* const angle_plane = node_coords + node_count;
     float* const x = values;
     float* const y = values + node_count;
-    for (int32_t i = 0; i < node_count; ++i) {
-        const double radius = radius_plane[i];
-        const double cosine = std::cos(static_cast<double>(angle_plane[i]));
-        const double sine = std::sin(static_cast<double>(angle_plane[i]));
-        x[i] = static_cast<float>(cosine * radial.at(i) - sine * radius * rate.at(i));
-        y[i] = static_cast<float>(cosine * radius * rate.at(i) + sine * radial.at(i));
+    for (int32_t at = 0; at < node_count;) {
+        const int32_t n = std::min(radial.capacity, node_count - at);
+        if (!fill_real_window(&radial, n) || !fill_real_window(&rate, n)) return false;
+        for (int32_t i = 0; i < n; ++i, ++at) {
+            const double radius = radius_plane[at];
+            const double cosine = std::cos(static_cast<double>(angle_plane[at]));
+            const double sine = std::sin(static_cast<double>(angle_plane[at]));
+            x[at] = static_cast<float>(cosine * radial.values[i] - sine * radius * rate.values[i]);
+            y[at] = static_cast<float>(cosine * radius * rate.values[i] + sine * radial.values[i]);
+        }
     }
-    return read_real_values(unit, node_count, values + int64_t{2} * node_count);
+    return read_real_array_item(unit, node_count, values + int64_t{2} * node_count);
 }
 
 static bool read_components(int32_t unit, int32_t count, float* values)
 {
     for (int64_t component = 0; component < 3; ++component) {
-        if (!read_real_values(unit, count, values ? values + component * count : nullptr)) {
+        if (!read_real_array_item(unit, count, values ? values + component * count : nullptr)) {
             return false;
         }
     }

@@ -440,36 +440,58 @@ static void reverse_bytes(void* data, int64_t element_size, int64_t count)
     if (element_size == 8) reverse_8_bytes(data, count);
 }
 
-// Elements that are read and reversed at a time, so that they are still in the processor's cache
-// when they are reversed.
-constexpr int64_t REVERSED_AT_A_TIME = 32768;
-
-static int32_t read_swapped(RecordStream* stream, int64_t element_size, int64_t count,
-                            unsigned char* destination)
+FOR_EVERY_PROCESSOR static bool holds_value(const void* data, int64_t count, uint32_t bits)
 {
-    for (int64_t at = 0; at < count; at += REVERSED_AT_A_TIME) {
-        const int64_t n = std::min(REVERSED_AT_A_TIME, count - at);
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    uint32_t equal = 0;
+    for (int64_t i = 0; i < count; ++i, bytes += sizeof bits) {
+        uint32_t word;
+        memcpy(&word, bytes, sizeof word);
+        equal |= word == bits ? 1U : 0U;
+    }
+    return equal != 0;
+}
+
+// What is done with values as soon as they are read.
+static void look_at_values(const RecordStream* stream, void* data, int64_t element_size,
+                           int64_t count, ValueSearch* search)
+{
+    if (stream->swapped) reverse_bytes(data, element_size, count);
+    if (search && !search->found) search->found = holds_value(data, count, search->bits);
+}
+
+// Elements that are read at a time, few enough to be in the processor's cache when they are looked
+// at.
+constexpr int64_t LOOKED_AT_A_TIME = 32768;
+
+static int32_t read_and_look(RecordStream* stream, int64_t element_size, int64_t count,
+                             unsigned char* destination, ValueSearch* search)
+{
+    for (int64_t at = 0; at < count; at += LOOKED_AT_A_TIME) {
+        const int64_t n = std::min(LOOKED_AT_A_TIME, count - at);
         unsigned char* const to = destination + at * element_size;
         const int32_t status = read_across_subrecords(stream, to, element_size, n);
         if (status != NZN_OK) {
             // What an incomplete read leaves behind is as it stands in the file.
-            reverse_bytes(destination, element_size, at);
+            if (stream->swapped) reverse_bytes(destination, element_size, at);
             return status;
         }
-        reverse_bytes(to, element_size, n);
+        look_at_values(stream, to, element_size, n, search);
     }
     return NZN_OK;
 }
 
-static int32_t read_elements(int32_t unit, int64_t element_size, int64_t count, void* destination)
+static int32_t read_elements(int32_t unit, int64_t element_size, int64_t count, void* destination,
+                             ValueSearch* search = nullptr)
 {
     RecordStream* stream = find_unit(unit);
     if (!stream) return NZN_FAILURE;
     if (count < 1) return NZN_OK;
     if (count > INT64_MAX / element_size) return NZN_FAILURE;
-    return stream->swapped && element_size > 1
-               ? read_swapped(stream, element_size, count, static_cast<unsigned char*>(destination))
-               : read_across_subrecords(stream, destination, element_size, count);
+    auto* const to = static_cast<unsigned char*>(destination);
+    return search || (stream->swapped && element_size > 1)
+               ? read_and_look(stream, element_size, count, to, search)
+               : read_across_subrecords(stream, to, element_size, count);
 }
 
 int32_t nzn_read_int32(int32_t unit, int64_t count, int32_t* destination)
@@ -480,6 +502,11 @@ int32_t nzn_read_int32(int32_t unit, int64_t count, int32_t* destination)
 int32_t nzn_read_float32(int32_t unit, int64_t count, float* destination)
 {
     return read_elements(unit, sizeof(float), count, destination);
+}
+
+int32_t nzn_read_and_search(int32_t unit, int64_t count, float* destination, ValueSearch* search)
+{
+    return read_elements(unit, sizeof(float), count, destination, search);
 }
 
 int32_t nzn_read_float64(int32_t unit, int64_t count, double* destination)
@@ -572,7 +599,7 @@ static int64_t take_from_window(RecordStream* stream, int64_t length, uint32_t m
 }
 
 int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
-                         int64_t record_count, void* destination)
+                         int64_t record_count, void* destination, ValueSearch* search)
 {
     RecordStream* stream = find_unit(unit);
     const int64_t length = element_size * per_record;
@@ -585,7 +612,7 @@ int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
     while (taken < record_count) {
         unsigned char* const to = destination ? destination_bytes + taken * length : nullptr;
         const int64_t here = take_from_window(stream, length, marker, record_count - taken, to);
-        if (to && stream->swapped) reverse_bytes(to, element_size, here * per_record);
+        if (to) look_at_values(stream, to, element_size, here * per_record, search);
         taken += here;
         if (here == 0 && (fill_window(stream, 8 + length) < 8 + length ||
                           !next_record_data(stream, length, marker))) {

@@ -54,12 +54,24 @@ int32_t nzn_close_unit(int32_t unit);
 // Passes over bytes of the current record.
 [[nodiscard]] int32_t nzn_skip_bytes(int32_t unit, int64_t count);
 
+// A 4-byte value that is looked for among those being read, while the processor's cache holds them:
+// for speed alone, as looking through a large array afterwards costs half as much as reading it.
+struct ValueSearch {
+    uint32_t bits;
+    bool found; // set when a value has these bits, never cleared
+};
+
+[[nodiscard]] int32_t nzn_read_and_search(int32_t unit, int64_t count, float* destination,
+                                          ValueSearch* search);
+
 // Begins and reads (or passes over, with a null destination) as many whole records of `per_record`
 // elements each as stand next, at most `record_count`, and gives their number. Only there for
 // speed: it takes short, undamaged records of one piece and stops before any other, which the
-// operations above then deal with. Values are in native byte order.
+// operations above then deal with. Values are in native byte order. A search is for elements of 4
+// bytes.
 [[nodiscard]] int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
-                                       int64_t record_count, void* destination);
+                                       int64_t record_count, void* destination,
+                                       ValueSearch* search = nullptr);
 
 // A place inside a record, to come back to while the unit stays open.
 struct RecordMark {
