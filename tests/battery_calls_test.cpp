@@ -1,0 +1,272 @@
+// Every call of the system that can fail, made to fail at every place: the message, and nothing
+// left behind. The callbacks in every order.
+#include "faulty_host.h"
+
+#include "ui/util/nzn_io.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <unistd.h>
+
+namespace fld_test
+{
+
+// ---- messages worked out by hand ----
+
+// For each dataset what cannot be had, call by call: "3i" stands for 3 items, "3c" for 3
+// characters, "exit" for the end of the process.
+static const std::string lists = "face counts,region types,boundaries,variables,variables,";
+static const std::string all_lists = "variables," + lists, paired = "grids,variables," + all_lists;
+static const std::string tetrahedron = "32c,4c,32c,5c,32c,4c,5c,boundaries,boundaries,"
+                                       "wall names,32c,4c,wall region name,32c,5c,element walls,4c,"
+                                       "1i,1i,3i,5c,1i,1i,3i,1i,1i,1i,4i,32c,";
+static const std::map<std::string, std::string> memory_calls = {
+    {"tetrahedron", all_lists + tetrahedron},
+    {"all_faces", all_lists + "6c,boundaries,1i,1i,5c,32c,8c,32c,8c,boundaries,boundaries,"
+                              "wall names,32c,8c,wall region name,32c,8c,wall region name,"
+                              "element walls,5c,11i,11i,42i,6c,boundaries,boundaries,1i,9i,9i,1i,"
+                              "28i,20i,20i,20i,119i,"},
+    {"cylindrical_pair",
+     all_lists + "32c,exit,exit," + paired + "boundaries,variables,4i,1i,1i,1i,4i,32c,4i,4i,"},
+    {"results_series", all_lists + "32c,32c,4c,4c,32c,boundaries,variables,exit,exit,exit," +
+                           paired + tetrahedron + "4c,1i,1i,3i,1i,1i,1i,4i,32c,"}};
+// Which file cannot be opened.
+static const std::map<std::string, std::string> open_calls = {
+    {"tetrahedron", "file: a.fld,time step file: a.fld,grid file: a.fld,"},
+    {"results_series",
+     "file: flow_0003.fld,time step file: flow_0003.fld,time step file: flow_0002.fld,"
+     "time step file: flow_0001.fld,file: flow_0001.fld,time step file: flow_0003.fld,"
+     "grid file: flow_0001.fld,results file: flow_0003.fld,grid file: flow_0003.fld,"
+     "results file: flow_0003.fld,"}};
+
+// The message of each call; empty when they were not worked out.
+static std::vector<std::string> messages_of(int kind, const std::string& dataset)
+{
+    const auto& calls = kind == ALLOCATION ? memory_calls : open_calls;
+    std::vector<std::string> messages;
+    if (kind != ALLOCATION && kind != OPEN) return messages;
+    std::istringstream list(calls.contains(dataset) ? calls.at(dataset) : "");
+    for (std::string what; std::getline(list, what, ',');) {
+        const std::string begin = " error: not enough dynamic memory for ";
+        const std::string number = what.substr(0, what.size() - 1);
+        messages.push_back(kind == OPEN         ? "out Cannot open " + what
+                           : isalpha(what[0])   ? "out Data reader" + begin + what + "."
+                           : what.back() == 'i' ? "out FLD file" + begin + number + " items"
+                                                : "out FLD file" + begin + number + " characters");
+    }
+    return messages;
+}
+
+// What a failed call of a kind can lead to.
+static testing::Matcher<std::string> is_known(int kind)
+{
+    const std::string name = R"((a\.fld|flow_000[123]\.fld|c\.[12]))";
+    const std::string unpaired =
+        "|out Data reader error: unable to find grid file for results file: " + name;
+    const std::string opening = "out Cannot open ((time step|grid|results) )?file: " + name;
+    const std::string known[CALL_KINDS] = {
+        "out Data reader error: not enough dynamic memory for [a-z ]+\\."
+        "|out FLD file error: not enough dynamic memory for [0-9]+ (items|characters)",
+        "out (F|(Time step|Grid|Results) f)ile is not unformatted: " + name +
+            "|out FLD file error: (Bias value is missing|[a-z ]+ data not found)\\."
+            "|out Data reader error: number of grids exceeds limit of 4"
+            "|out Error: unable to get file position in FLD file\\." +
+            unpaired,
+        opening + unpaired,
+        "none",
+        opening + unpaired,
+        R"(err |err \*\*\*ERROR: Can't open dir "")" + unpaired,
+        R"(err |err \*\*\*ERROR: regcmp error "\^(flow_|c\\\.)\[0-9]\[0-9]\*(\\\.fld)?\$")" +
+            unpaired};
+    return testing::MatchesRegex(known[kind]);
+}
+
+// ---- failing calls ----
+
+static std::vector<std::vector<std::string>> lines_of_callbacks(const std::string& trace)
+{
+    std::vector<std::vector<std::string>> list;
+    std::istringstream stream(trace);
+    for (std::string line; std::getline(stream, line);) {
+        if (line == "open" || line == "peek" || line == "close" || line.starts_with("read ")) {
+            list.emplace_back();
+        }
+        list.back().push_back(line);
+    }
+    return list;
+}
+
+// Every callback shows all that it does without the fault, or a beginning of it and its flag. Gives
+// the first new message.
+static std::string expect_known(int kind, const std::string& trace, const std::string& good_trace)
+{
+    const testing::Matcher<std::string> known = is_known(kind);
+    const auto list = lines_of_callbacks(trace), good = lines_of_callbacks(good_trace);
+    std::string first;
+    for (size_t i = 0; i < list.size(); ++i) {
+        size_t at = 0; // the next line of the good callback
+        bool failed = false;
+        for (const std::string& line : list[i]) {
+            if (i < good.size() && at < good[i].size() && line == good[i][at]) {
+                ++at;
+            } else if (line.starts_with("out ") || line.starts_with("err ")) {
+                EXPECT_TRUE(known.Matches(line)) << line;
+                if (first.empty()) first = line;
+            } else if (line != "flag 1" && line != "time 0 flag 1" && kind == READ && i < 2) {
+                // A name that cannot be read ends the header, or the grid, as the end of the file
+                // does.
+                return first;
+            } else {
+                EXPECT_TRUE(line == "flag 1" || line == "time 0 flag 1") << trace;
+                failed = true;
+            }
+        }
+        EXPECT_NE(failed, i < good.size() && at == good[i].size()) << trace;
+    }
+    return first;
+}
+
+// The end of the process, seen from outside: this host's output is not captured.
+static void expect_end_of_process(FaultyHost& host, const std::string& path, const FaultPlan& plan)
+{
+    const auto open_uncaptured = [&] {
+        const int32_t unit = 7, capacity = 8;
+        int32_t grids, nodes[8], boundaries, variables, flag;
+        char rows[2][640];
+        host.plan(plan);
+        host.library().registrations().readers[0].read_header(
+            path.c_str(), nullptr, &unit, &capacity, &capacity, &capacity, &grids, nodes,
+            &boundaries, rows[0], nullptr, &variables, rows[1], &flag);
+    };
+    EXPECT_EXIT(open_uncaptured(), testing::ExitedWithCode(1),
+                "^ERROR: Out of memory - file \"src/readers/cradle/time_series_names_S\" line "
+                "519\n$");
+}
+
+using BatteryCalls = testing::TestWithParam<int>;
+INSTANTIATE_TEST_SUITE_P(Kind, BatteryCalls, testing::Range(0, int{CALL_KINDS}));
+
+// The k-th call fails, or all from the k-th on; reads also as if the file ended there.
+TEST_P(BatteryCalls, fail_at_every_place)
+{
+    const int kind = GetParam();
+    int64_t tried = 0;
+    FaultyHost host;
+    for (const Dataset& dataset : datasets()) {
+        const TemporaryDirectory directory;
+        const std::string path = write_files(directory, dataset);
+        host.hidden_prefix = directory.path("");
+        EXPECT_EQ(host.visit(path), dataset.trace);
+        const int64_t calls = host.counted().calls[kind];
+        const std::vector<std::string> messages = messages_of(kind, dataset.name);
+        EXPECT_TRUE(messages.empty() || calls == std::ssize(messages)) << dataset.name << calls;
+        for (int64_t k = 0; k < (kind == READ ? 6 : 2) * calls; ++k, ++tried) {
+            const FaultPlan plan{kind, k % calls + 1, k / calls % 2 == 1, FaultWay(k / calls / 2)};
+            const auto row = static_cast<size_t>(plan.first - 1);
+            const std::string message = row < messages.size() ? messages[row] : "";
+            SCOPED_TRACE(dataset.name + ", " + std::to_string(k) + " of " + std::to_string(calls));
+            if (message.ends_with(" exit.")) {
+                expect_end_of_process(host, path, plan);
+                continue;
+            }
+            if (plan.way == SHORT) {
+                EXPECT_EQ(host.visit(path, plan), dataset.trace);
+                continue;
+            }
+            const std::string first = expect_known(kind, host.visit(path, plan), dataset.trace);
+            EXPECT_TRUE(messages.empty() || first == message) << first << "\n" << message;
+            EXPECT_EQ(host.visit(path), dataset.trace) << "after a fault";
+        }
+    }
+    std::cout << "tried calls " << tried << "\n";
+}
+
+// The end of a file is status 4, as the records that are cut show; a read that fails is 5.
+TEST(BatteryRecords, tell_a_failed_read_from_the_end_of_the_file)
+{
+    const TemporaryDirectory directory;
+    FldBuilder builder;
+    for (int i = 0; i < 12; ++i) builder.record(std::string(99999, 'r'));
+    const std::string path = directory.write("records", builder.bytes());
+    const int before = dup(0);
+    close(before); // the unit gets this descriptor
+    ASSERT_EQ(nzn_open_unit(3, path.c_str()), 0);
+    ASSERT_EQ(nzn_begin_record(3), 0);
+    const int writer = open(path.c_str(), O_WRONLY);
+    dup2(writer, before);
+    std::string text(99999, ' ');
+    EXPECT_EQ(nzn_read_chars(3, 99999, text.data()), 5);
+    EXPECT_EQ(nzn_seek(3, 2 * 100007), 0);
+    EXPECT_EQ(nzn_begin_record(3), 5);
+    EXPECT_EQ(nzn_close_unit(3), 0);
+    close(writer);
+}
+
+// ---- callbacks ----
+
+// Every sequence of four callbacks, whatever sense it makes. What each must say depends only on
+// whether the last opening succeeded and nothing closed the dataset since.
+TEST(BatteryBoundary, callbacks_in_every_order)
+{
+    const TemporaryDirectory directory;
+    const std::string good = directory.write("a.fld", build(tetrahedron_file()));
+    const std::string bad = directory.write("b.fld", "nothing but text");
+    FaultyHost host;
+    host.hidden_prefix = directory.path("");
+    const auto read = [&](int32_t grid) {
+        const int32_t unit = 4, node_count = 4, variable_count = 1;
+        float coordinates[12], values[4];
+        int32_t flag = -1;
+        host.call([&] {
+            host.library().registrations().readers[1].read_data(
+                &unit, &grid, &node_count, coordinates, &variable_count, values, &flag);
+        });
+        return pick(host.take_trace(), {"out", "err"}) + "flag " + std::to_string(flag) + "\n";
+    };
+    const std::string is_text = "ile is not unformatted: b.fld\n";
+    const std::string closed = "out Cannot open grid file: \nflag 1\n";
+    const std::string no_grid = "out FLD file error: coordinate system data not found.\nflag 1\n";
+    const std::string expected[] = {"", "flag 0\n", "out F" + is_text + "flag 1\n",
+                                    "time 0.5 flag 0\n",
+                                    "out Time step f" + is_text + "time 0 flag 1\n"};
+    EXPECT_EQ(read(1), closed) << "before the first header callback";
+    (void)host.visit(good); // registers the other callbacks
+    bool is_open = false;
+    for (int code = 0; code < 9 * 9 * 9 * 9 && !HasFailure(); ++code) {
+        SCOPED_TRACE(code);
+        for (int divisor : {1, 9, 81, 729}) {
+            const int callback = code / divisor % 9;
+            if (callback == 0) host.close();
+            if (callback == 1 || callback == 2) host.open(callback == 1 ? good : bad);
+            if (callback == 3 || callback == 4) host.peek(callback == 3 ? good : bad);
+            if (callback < 3) is_open = callback == 1;
+            if (callback < 5) {
+                EXPECT_EQ(pick(host.take_trace(), {"out", "err", "time", "flag"}),
+                          expected[callback]);
+            } else {
+                EXPECT_EQ(read(callback == 8 ? INT32_MIN : callback - 5), !is_open ? closed
+                                                                          : callback == 6
+                                                                              ? "flag 0\n"
+                                                                              : no_grid);
+            }
+        }
+    }
+    host.close();
+    host.take_trace();
+    EXPECT_EQ(host.visit(good), datasets()[0].trace);
+}
+
+TEST(BatteryBoundary, a_thousand_visits_hold_nothing)
+{
+    FaultyHost host;
+    const TemporaryDirectory directory;
+    for (const Dataset& dataset : datasets()) {
+        const std::string path = write_files(directory, dataset);
+        for (int i = 0; i < 100; ++i) EXPECT_EQ(host.visit(path), dataset.trace);
+    }
+}
+
+} // namespace fld_test

@@ -1,0 +1,258 @@
+// What a file may cost: memory, work and positions beyond 4 GiB, whatever it declares; series as
+// long as they come.
+#include "faulty_host.h"
+
+#include "ui/util/nzn_io.h"
+
+#include <array>
+#include <cstring>
+#include <dirent.h>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sys/resource.h>
+
+namespace fld_test
+{
+
+constexpr int64_t MEBIBYTE = 1 << 20;
+
+// A visit under a limit of this process.
+static std::string visit_within(FaultyHost& host, const std::string& path, decltype(RLIMIT_AS) kind,
+                                int64_t limit)
+{
+    rlimit before{};
+    EXPECT_EQ(getrlimit(kind, &before), 0);
+    const rlimit lowered{static_cast<rlim_t>(limit), before.rlim_max};
+    EXPECT_EQ(setrlimit(kind, &lowered), 0);
+    const std::string trace = host.visit(path);
+    EXPECT_EQ(setrlimit(kind, &before), 0);
+    return trace;
+}
+
+// What this process takes; the sanitizer takes it without bounds for itself.
+static int64_t address_space()
+{
+#ifdef __SANITIZE_ADDRESS__
+    return INT64_MAX / 2;
+#endif
+    int64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * 4096;
+}
+
+// ---- memory ----
+
+// Every int32 of a descriptor and of an item of one, among them all counts, becomes a large one.
+TEST(BatteryLimits, memory_whatever_the_file_declares)
+{
+    const int stride = getenv("FLD_BATTERY") ? 1 : 7;
+    int cases = 0;
+    FaultyHost host;
+    const TemporaryDirectory directory;
+    for (Dataset dataset : datasets()) {
+        dataset.format = {};
+        const std::string path = write_files(directory, dataset);
+        for (const NamedFile& file : dataset.files) {
+            const std::string bytes = build(file.file);
+            const int64_t limit = 4 * std::ssize(bytes) + MEBIBYTE;
+            int32_t length = 0;
+            for (size_t head = 0; head < bytes.size(); head += static_cast<size_t>(length) + 8) {
+                memcpy(&length, bytes.data() + head, sizeof length);
+                for (int32_t i = 0; i < 15 && (length == 4 || length == 12); ++i) {
+                    const int32_t count =
+                        std::array{INT32_MAX, INT32_MIN, 1 << 28, 1000000, 70000}[i % 5];
+                    if (i / 5 * 4 >= length || ++cases % stride != 0) continue;
+                    std::string hostile = bytes;
+                    memcpy(hostile.data() + head + 4 + i / 5 * 4, &count, sizeof count);
+                    (void)directory.write(file.name, hostile);
+                    (void)visit_within(host, path, RLIMIT_AS, address_space() + 2 * limit);
+                    EXPECT_LE(host.counted().peak_bytes, limit)
+                        << dataset.name << ", " << count << " after byte " << head;
+                }
+            }
+            (void)directory.write(file.name, bytes);
+        }
+    }
+    std::cout << "tried counts " << cases / stride << "\n";
+}
+
+// ---- work ----
+
+// The tetrahedron with n of something.
+static FldFile many(const std::string& what, size_t n)
+{
+    FldFile file = tetrahedron_file();
+    std::vector<Region> regions;
+    std::vector<RegionType> types;
+    std::vector<Face> faces;
+    for (size_t i = 0; i < n; ++i) {
+        regions.push_back({"r" + std::to_string(i * 7919 % n), {{TRIANGLE_FACE, 0, {3, 1, 2}}}});
+        types.push_back({"Wall_Boundary", regions.back().name});
+        faces.push_back({TRIANGLE_FACE, static_cast<int32_t>(n - 1 - i), {3, 1, 2}});
+        if (what == "variables") file = added(file, scalar(types.back().name, "", {1, 2, 3, 4}));
+    }
+    if (what == "regions") file = replaced(replaced(file, region_types(types)), surfaces(regions));
+    if (what == "regions in arrays") file = added(many("regions", n), surface_array(regions, 12));
+    if (what != "elements" && what != "walls") return file;
+    file = replaced(file, elements(std::vector<Element>(n, {TETRAHEDRON, {0, 1, 2, 3}})));
+    file = replaced(file, materials(std::vector<int32_t>(n, 1)));
+    return what == "walls" ? replaced(file, surfaces({{"wall", faces}})) : file;
+}
+
+TEST(BatteryLimits, work_grows_in_proportion)
+{
+    const std::pair<std::string, size_t> cases[] = {{"elements", 20000},
+                                                    {"walls", 20000},
+                                                    {"regions", 4000},
+                                                    {"regions in arrays", 4000},
+                                                    {"variables", 500}};
+    FaultyHost host;
+    host.controls = {.boundary_capacity = 8192, .variable_capacity = 1024};
+    const TemporaryDirectory directory;
+    for (const auto& [what, n] : cases) {
+        Faults counted[2];
+        for (const size_t i : {0U, 1U}) {
+            const std::string bytes = build(many(what, n << i));
+            const std::string trace = host.visit(directory.write("a.fld", bytes));
+            EXPECT_EQ(trace.find("flag 1"), std::string::npos) << what;
+            counted[i] = host.counted();
+            const int64_t capacities = (8192 + 1024) * int64_t{4 * 80};
+            EXPECT_LE(counted[i].peak_bytes, 4 * std::ssize(bytes) + capacities + MEBIBYTE) << what;
+        }
+        const auto expect_proportion = [&](const char* of, int64_t once, int64_t twice) {
+            EXPECT_LE(static_cast<double>(twice), 2.3 * static_cast<double>(once)) << what << of;
+        };
+        expect_proportion(" bytes", counted[0].bytes_read, counted[1].bytes_read);
+        expect_proportion(" allocations", counted[0].calls[ALLOCATION],
+                          counted[1].calls[ALLOCATION]);
+        // A variable's section is looked for among those of all others, at most 2048.
+        if (what == "variables") continue;
+        expect_proportion(" comparisons", counted[0].comparisons, counted[1].comparisons);
+    }
+}
+
+// ---- positions beyond 4 GiB ----
+
+// A record of 6 GiB in four sub-records stands before the nodes; the file holds almost nothing of
+// it. "MARK" stands 5 GiB after its beginning.
+TEST(BatteryLimits, records_beyond_4_gibibytes)
+{
+    constexpr int32_t PIECE = 1610612736, LAST = 3;
+    constexpr int64_t MARK = int64_t{5} << 30;
+    FldFile file = tetrahedron_file();
+    const Item small = record("MARK"), descriptor = ints({1, PIECE, 1});
+    file.grids[0].insert(file.grids[0].begin(), layout("Comment", {descriptor, small}));
+    const FldBuilder b;
+    const std::string bytes = build(file);
+    const size_t at = bytes.find("MARK") - 4;
+    const TemporaryDirectory directory;
+    const std::string path = directory.write("a.fld", bytes.substr(0, at));
+    std::ofstream stream(path, std::ios::binary | std::ios::in | std::ios::ate);
+    for (int64_t i = 0; i <= LAST; ++i) {
+        const int64_t begin = stream.tellp() + std::streamoff{4};
+        stream << b.encoded(i < LAST ? -PIECE : PIECE, 4);
+        if (i == LAST) stream.seekp(begin + MARK - i * PIECE) << "MARK";
+        stream.seekp(begin + PIECE) << b.encoded(i > 0 ? -PIECE : PIECE, 4);
+    }
+    stream << bytes.substr(at + 12);
+    stream.close();
+    EXPECT_GT(std::filesystem::file_size(path), uintmax_t{6} << 30);
+    FaultyHost host;
+    EXPECT_EQ(host.visit(path), datasets()[0].trace);
+    EXPECT_LT(host.counted().peak_bytes, MEBIBYTE);
+    EXPECT_LT(host.counted().bytes_read, MEBIBYTE);
+    char text[5] = "";
+    ASSERT_EQ(nzn_open_unit(5, path.c_str()), 0);
+    EXPECT_EQ(nzn_seek(5, static_cast<int64_t>(at)), 0);
+    EXPECT_EQ(nzn_begin_record(5), 0);
+    EXPECT_EQ(nzn_skip_bytes(5, MARK), 0);
+    EXPECT_EQ(nzn_read_chars(5, 4, text), 0);
+    EXPECT_STREQ(text, "MARK");
+    EXPECT_EQ(nzn_tell(5), static_cast<int64_t>(at) + (LAST + 1) * int64_t{PIECE + 8});
+    EXPECT_EQ(nzn_close_unit(5), 0);
+}
+
+// ---- series ----
+
+static std::string member(int number)
+{
+    return "s" + std::to_string(number) + ".fld";
+}
+
+static const FldFile step{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+
+// Members 0 to count - 1 as names of few files: grids up to `last_grid`, then results.
+static void make_series(const TemporaryDirectory& directory, int count, int last_grid)
+{
+    std::string original;
+    for (int number = 0; number < count; ++number) {
+        // A file can have only so many names.
+        if (number % 20000 == 0 || number == last_grid + 1) {
+            const FldFile& file = number <= last_grid ? tetrahedron_file() : step;
+            original = directory.write(member(number), build(file));
+        } else {
+            std::filesystem::create_hard_link(original, directory.path(member(number)));
+        }
+    }
+}
+
+TEST(BatterySeries, ten_thousand_members_under_a_limit_of_16_open_files)
+{
+    const TemporaryDirectory directory;
+    make_series(directory, 10000, 0);
+    FaultyHost host;
+    const std::string trace = visit_within(host, directory.path(member(9999)), RLIMIT_NOFILE, 16);
+    EXPECT_EQ(pick(trace, {"out", "err", "flag", "value"}),
+              "flag 0\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
+    EXPECT_LT(host.counted().peak_bytes, 10000 * 128 + MEBIBYTE);
+}
+
+// One more than the table holds: the last one that the directory lists is left out.
+TEST(BatterySeries, a_member_too_many)
+{
+    constexpr int COUNT = 100001;
+    const TemporaryDirectory directory;
+    make_series(directory, COUNT, COUNT - 2);
+    std::string last;
+    DIR* const listing = opendir(directory.path("").c_str());
+    while (const dirent* entry = readdir(listing)) {
+        if (entry->d_name[0] == 's') last = entry->d_name;
+    }
+    closedir(listing);
+    FaultyHost host;
+    host.hidden_prefix = directory.path("");
+    const std::string unpaired =
+        "out Data reader error: unable to find grid file for results file: s100000.fld\nflag 1\n";
+    EXPECT_EQ(pick(host.visit(directory.path(member(COUNT - 1))), {"out", "err", "flag"}),
+              last == member(COUNT - 1) ? unpaired : "flag 0\nflag 0\n");
+}
+
+// An expression holds 255 characters, 18 of them beside the prefix; a path holds as many.
+TEST(BatterySeries, names_at_the_limit)
+{
+    const TemporaryDirectory directory;
+    FaultyHost host;
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.path(""));
+    for (const size_t length : {1U, 236U, 237U, 238U, 248U}) {
+        const std::string prefix(length, 'p'), name = prefix + "100.fld";
+        (void)directory.write(prefix + "099.fld", build(tetrahedron_file()));
+        const std::string unpaired =
+            "out Data reader error: unable to find grid file for results file: " + name +
+            "\nerr \nerr ***ERROR: regcmp error \"^" + prefix + "[0-9][0-9]*\\.fld$\"\nflag 1\n";
+        (void)directory.write(name, build(step));
+        EXPECT_EQ(pick(host.visit(name), {"out", "err", "flag"}),
+                  length <= 237 ? "flag 0\nflag 0\n" : unpaired);
+    }
+    for (const size_t length : {255U, 256U}) {
+        const std::string name = "./" + std::string(length - 2, 'n');
+        (void)directory.write(name, build(tetrahedron_file()));
+        EXPECT_EQ(pick(host.visit(name), {"out", "err", "flag"}),
+                  length == 255 ? "flag 0\nflag 0\n"
+                                : "out Cannot open file: " + name + "\nflag 1\n");
+    }
+    std::filesystem::current_path(before);
+}
+
+} // namespace fld_test
