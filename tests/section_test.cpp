@@ -144,6 +144,10 @@ static std::vector<Layout> layouts()
         {"no_volumes", layout(volume, {three, zero, int_item(-2)}), true},
         {"volume_name_length_minus_2", region(volume, -2, {text_item("fluid"), zero, none}), false},
         {"negative_volume_list", region(volume, -1, {wall, int_item(-1), none}), false},
+        {"blank_volume_name_longer_than_the_file",
+         layout(volume_list, {three, int_item(1), int_item(70000), ints({1, 0, 1}), record(""),
+                              int_array({2}), int_array({1, 2})}),
+         true},
         {"volume_lists_of_9_for_10",
          layout(volume_list, {three, int_item(2), int_item(1), text_item("ab"), int_array({4, 6}),
                               int_array({1, 2, 3, 4, 5, 6, 7, 8, 9})}),
@@ -348,6 +352,24 @@ TEST(RegionNames, are_compared_without_padding)
                 << name;
         }
     }
+}
+
+// Names that are blank cost nothing, however long; each is told of, also when the file ends behind.
+TEST(SurfaceNames, that_are_blank_are_skipped)
+{
+    const Item zero = int_item(0), one = int_item(1), none = int_array({}), blank = ints({1, 0, 1});
+    const std::vector<Item> names = {zero, one, int_item(70000), blank, record("")};
+    const Section whole = layout("LS_SurfaceGeometryArray",
+                                 joined(names, {int_array({0}), none, none, int_array({0}), none}));
+    Section cut = layout("LS_SurfaceGeometryArray", names);
+    cut.closed = false;
+    const std::string warning =
+        "out Data reader warning: skipping surface region with empty name.\n";
+    EXPECT_EQ(pick(trace_with(whole), {"out", "flag"}).substr(0, warning.size() + 7),
+              warning + "flag 0\n");
+    FldFile ends = added(tetrahedron_file(), cut);
+    ends.last_name = "";
+    EXPECT_EQ(pick(trace_of(ends), {"out", "flag"}), warning + "flag 1\n");
 }
 
 // ---- labels ----

@@ -13,7 +13,6 @@
 
 constexpr int32_t ANY_LENGTH_NAMES = -1; // the name length of a section whose names carry their own
 constexpr int32_t TOLERANT_LENGTH = 32;  // a text of this length may come short
-constexpr int32_t SMALL_LENGTH = 65536;  // room that is asked for whatever the file can hold
 
 struct ItemDescriptor {
     int32_t element_size; // bytes: 1 characters, 4 int32 or float32, 8 float64
@@ -219,17 +218,11 @@ static int32_t take_chars(int32_t unit, int32_t count, char* to)
     return NZN_OK;
 }
 
-// The characters of an item of fixed length.
-struct FixedText {
-    HeapArray<char> characters; // `length` + 1 bytes, set only as far as the file had characters;
-                                // null when the file cannot hold so many
-    int32_t gathered;
-};
-
 // Reads the item without touching more memory than the file has characters for. Without storage it
 // still finds what is wrong; only an item that claims no characters at all can then end well.
-static bool read_characters(int32_t unit, int32_t length, FixedText* text)
+bool read_fixed_string_item(int32_t unit, int32_t length, FixedString* text)
 {
+    *text = {};
     if (length < 0) return false;
     if (length <= SMALL_LENGTH || file_can_hold(unit, length, 1)) {
         text->characters = heap_array<char>(int64_t{length} + 1);
@@ -254,24 +247,10 @@ static bool read_characters(int32_t unit, int32_t length, FixedText* text)
     return false;
 }
 
-bool read_fixed_string_item(int32_t unit, int32_t length, HeapArray<char>* text)
-{
-    if (!text) return false;
-    FixedText item{};
-    const bool complete = read_characters(unit, length, &item);
-    *text = std::move(item.characters);
-    if (*text) {
-        memset(text->get() + item.gathered, ' ', static_cast<size_t>(length - item.gathered) + 1);
-    } else if (complete) {
-        print_no_memory_for_characters(length);
-    }
-    return complete && *text;
-}
-
 bool read_text_item(int32_t unit, int32_t length, HeapArray<char>* text)
 {
-    FixedText item{};
-    if (!read_characters(unit, length, &item)) return false;
+    FixedString item{};
+    if (!read_fixed_string_item(unit, length, &item)) return false;
     *text = item.characters ? std::move(item.characters) : heap_array<char>(1);
     if (!*text) {
         print_no_memory_for_characters(length);

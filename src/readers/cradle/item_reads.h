@@ -27,6 +27,9 @@ void trim_text(char* text, int32_t length);
 // Passes over items of any kind up to and including their end record.
 [[nodiscard]] bool skip_item_list(int32_t unit);
 
+// Counts and lengths up to this one are believed whatever the file can hold: they cost little.
+constexpr int32_t SMALL_LENGTH = 65536;
+
 // Whether the rest of the file can hold so many values. Memory is asked for, and touched, only for
 // what the file can back: a count that it cannot back leads to a failed read in any case.
 [[nodiscard]] bool file_can_hold(int32_t unit, int32_t count, int32_t element_size);
@@ -34,11 +37,18 @@ void trim_text(char* text, int32_t length);
 // An item of exactly one int32.
 [[nodiscard]] bool read_int_item(int32_t unit, int32_t* value);
 
-// `length` characters into a new buffer of `length` + 1 bytes, blank-padded and not terminated.
-// Exactly 32 characters asked for may come short. Prints when memory or characters run short.
-[[nodiscard]] bool read_fixed_string_item(int32_t unit, int32_t length, HeapArray<char>* text);
+// A text of a fixed length: the characters that the file had, and blanks after them that take no
+// memory, since a length is only a claim.
+struct FixedString {
+    HeapArray<char> characters; // may be null when none were gathered
+    int32_t gathered;
+};
 
-// The same, trimmed and terminated. Costs no more than the file has characters, whatever `length`.
+// The text of an item. Exactly 32 characters asked for may come short. Prints when memory or
+// characters run short.
+[[nodiscard]] bool read_fixed_string_item(int32_t unit, int32_t length, FixedString* text);
+
+// The same, trimmed and terminated.
 [[nodiscard]] bool read_text_item(int32_t unit, int32_t length, HeapArray<char>* text);
 
 // All characters of the item, however long, trimmed and terminated.

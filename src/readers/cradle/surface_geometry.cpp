@@ -216,16 +216,19 @@ bool read_fld_surface_geometry(int32_t unit, bool scan_only, int32_t name_capaci
 struct NameTable {
     int32_t region_count;
     int32_t width;
-    HeapArray<char> characters;
+    FixedString text;
     HeapArray<char> name;
 };
 
 // A region's name, trimmed; valid until the next call.
 static const char* name_of_region(const NameTable& names, int32_t region)
 {
-    const auto width = static_cast<size_t>(names.width);
-    memcpy(names.name.get(), names.characters.get() + static_cast<size_t>(region) * width, width);
-    trim_text(names.name.get(), names.width);
+    const int64_t begin = static_cast<int64_t>(region) * names.width;
+    const int64_t length = std::clamp<int64_t>(names.text.gathered - begin, 0, names.width);
+    if (length > 0) {
+        memcpy(names.name.get(), names.text.characters.get() + begin, static_cast<size_t>(length));
+    }
+    trim_text(names.name.get(), static_cast<int32_t>(length));
     return names.name.get();
 }
 
@@ -238,12 +241,9 @@ static bool read_name_table(int32_t unit, NameTable* names)
     }
     const int64_t total = static_cast<int64_t>(names->width) * names->region_count;
     if (total < 0 || total > INT32_MAX) return false;
-    if (!read_fixed_string_item(unit, static_cast<int32_t>(total), &names->characters)) {
-        return false;
-    }
-    // Asked for only now: a file that held the names can back the width of one of them.
+    if (!read_fixed_string_item(unit, static_cast<int32_t>(total), &names->text)) return false;
     if (names->region_count < 1) return true;
-    names->name = heap_array<char>(int64_t{names->width} + 1);
+    names->name = heap_array<char>(int64_t{std::min(names->width, names->text.gathered)} + 1);
     if (!names->name) print_no_memory_for_boundaries();
     return names->name != nullptr;
 }
@@ -325,8 +325,11 @@ static bool read_region_table(int32_t unit, const Caller& caller)
     SharedArrays shared{};
     if (!read_name_table(unit, &names)) return false;
     // Every region has a face count still to come. A file that cannot hold them fails in any case,
-    // and is not worth a warning for each region that it claims to have.
-    if (!file_can_hold(unit, names.region_count, sizeof(int32_t))) return false;
+    // and is not worth a warning for each of very many regions that it claims to have.
+    if (names.region_count > SMALL_LENGTH &&
+        !file_can_hold(unit, names.region_count, sizeof(int32_t))) {
+        return false;
+    }
     if (!caller.scan_only && names.region_count >= 1) {
         boundary_types = heap_array<int32_t>(names.region_count);
         if (!boundary_types) {

@@ -26,7 +26,7 @@ bool read_volume_geometry_array_section(int32_t unit)
 {
     int32_t region_count = 0;
     int32_t name_length = 0;
-    HeapArray<char> names;
+    FixedString names;
     HeapArray<int32_t> value_counts;
     if (!read_region_counts(unit, &region_count, &name_length)) return false;
     const int64_t name_total = static_cast<int64_t>(name_length) * region_count;
