@@ -210,9 +210,10 @@ private:
         std::array<int32_t, 3> values{};
         take_record({"the descriptor of an item", sizeof values},
                     [&] { return nzn_read_int32(UNIT, 3, values.data()); });
-        // An item of no elements may have elements of no size.
+        // In an item of no elements their size means nothing.
         const std::array sizes = {0, 1, 4, 8};
-        const bool size_fits = std::find(sizes.begin(), sizes.end(), values[0]) != sizes.end();
+        const bool size_fits =
+            values[1] == 0 || std::find(sizes.begin(), sizes.end(), values[0]) != sizes.end();
         if (!size_fits || values[1] < 0 || values[2] < 0) {
             throw Damage{no_descriptor(place_, values)};
         }
