@@ -184,6 +184,60 @@ TEST_P(BatteryCalls, fail_at_every_place)
     std::cout << "tried calls " << tried << "\n";
 }
 
+// Arrays too long to be looked at when they are found: they are passed over, and read when they are
+// wanted. The file may fail, or turn out to end, only then.
+static Dataset long_arrays(int32_t precision)
+{
+    constexpr size_t COUNT = 1100;
+    const std::vector<Point> points(COUNT, {1, 0, 0});
+    const std::vector<Face> faces(COUNT, {TRIANGLE_FACE, 0, {0, 1, 2}});
+    const FldFile grid{
+        {{coordinate_system(0), nodes(points), region_types({{"Wall_Boundary", "wall"}}),
+          materials(std::vector<int32_t>(COUNT, 1)), surface_array({{"", faces}, {"wall", faces}}),
+          elements(std::vector<Element>(COUNT, {TETRAHEDRON, {0, 1, 2, 3}}))}}};
+    const FldFile step{{{coordinate_system(1), vector("U", "", points)}}};
+    return {"", {{"c.1", grid}, {"c.2", step}}, "", {}, {}, {.precision = precision}};
+}
+
+TEST(BatteryLongArrays, fail_at_every_place)
+{
+    FaultyHost host;
+    for (const int32_t precision : {4, 8}) {
+        const TemporaryDirectory directory;
+        const std::string path = write_files(directory, long_arrays(precision));
+        host.hidden_prefix = directory.path("");
+        const std::string good = host.visit(path);
+        EXPECT_EQ(pick(good, {"flag"}), "flag 0\nflag 0\n");
+        const Faults counted = host.counted();
+        for (const int kind : {ALLOCATION, READ}) {
+            for (int64_t k = 1; k <= counted.calls[kind]; ++k) {
+                // Without memory for the two paths of the series the process ends.
+                if (kind == ALLOCATION && (k == 8 || k == 9)) continue;
+                SCOPED_TRACE(std::to_string(kind) + ": " + std::to_string(k));
+                (void)expect_known(kind, host.visit(path, {kind, k}), good);
+            }
+        }
+    }
+}
+
+// Nothing of what ends inside an array is created, not even what comes before the end.
+TEST(BatteryLongArrays, are_whole_or_not_read)
+{
+    const Dataset dataset = long_arrays(4);
+    const TemporaryDirectory directory;
+    (void)write_files(directory, dataset);
+    FaultyHost host;
+    const std::string bytes = build(dataset.files[0].file);
+    constexpr size_t AFTER_THE_ARRAY = 4 + 20 + 40; // tail, end record and last name
+    host.open(directory.path("c.2"));
+    host.take_trace();
+    for (const size_t missing : {4U, 8U, 20U}) {
+        (void)directory.write("c.1", bytes.substr(0, bytes.size() - AFTER_THE_ARRAY - missing));
+        host.read(1);
+        EXPECT_EQ(pick(host.take_trace(), {"tet", "flag"}), "flag 1\n") << missing;
+    }
+}
+
 // The end of a file is status 4, as the records that are cut show; a read that fails is 5.
 TEST(BatteryRecords, tell_a_failed_read_from_the_end_of_the_file)
 {
@@ -257,6 +311,30 @@ TEST(BatteryBoundary, callbacks_in_every_order)
     host.close();
     host.take_trace();
     EXPECT_EQ(host.visit(good), datasets()[0].trace);
+}
+
+// The host may close the dataset while its cells are made: what is known by then still comes, and
+// what would have to be read fails.
+TEST(BatteryBoundary, closed_while_it_is_read)
+{
+    const TemporaryDirectory directory;
+    FaultyHost host;
+    for (const size_t count : {1U, 30000U}) {
+        FldFile file = tetrahedron_file();
+        file = replaced(file, elements(std::vector<Element>(count, {TETRAHEDRON, {0, 1, 2, 3}})));
+        file = replaced(file, materials(std::vector<int32_t>(count, 1)));
+        host.open(directory.write("a.fld", build(file)));
+        host.take_trace();
+        int created = 0; // two faces come before the first cell
+        host.on_create = [&] {
+            if (++created == 3) host.library().registrations().close_file();
+        };
+        host.read(1);
+        EXPECT_EQ(pick(host.take_trace(), {"out", "err", "flag", "value"}),
+                  count == 1 ? "flag 0\nvalue inf inf inf inf\n" : "flag 1\n");
+        host.on_create = [] {};
+        EXPECT_EQ(run(host, datasets()[0]), datasets()[0].trace);
+    }
 }
 
 TEST(BatteryBoundary, a_thousand_visits_hold_nothing)

@@ -170,7 +170,7 @@ static FldFile three_grids_file()
          materials({2}), elements({{PYRAMID, {0, 1, 2, 3, 4}}}), surfaces({wall, inlet}),
          coordinate_system(0), region_types({{"Wall_Boundary", "inlet"}})});
     file.grids.push_back({coordinate_system(0), nodes({}), materials({}), elements({}),
-                          scalar("T", "T", {}), surfaces({})});
+                          scalar("T", "T", {}), vector("U", "", {}), surfaces({})});
     return file;
 }
 
@@ -316,11 +316,15 @@ static FldFile silent_sections_file()
         if (records == 3) ale.push_back(real_array({4}, 8));
     }
     const Section coc = layout("LS_STREAMcoc", {int_item(5), int_array({1, 2, 3})});
+    // A text that may be longer than the file, and has no characters.
+    const Section empty_text =
+        layout("LS_VolumeGeometry", {int_item(5), int_item(1), int_item(100000), ints({1, 0, 1}),
+                                     record(""), int_item(0), int_array({})});
     const Section unknown = layout("LS_nodes", {int_item(1), text_item("text")});
     FldFile file = tetrahedron_file();
     Sections& grid = file.grids[0];
     grid.insert(grid.begin(), {volumes, unknown, coc, layout("LS_ALE", ale)});
-    grid.insert(grid.end() - 2, {volume_array, layout("LS_Nodes2", {})});
+    grid.insert(grid.end() - 2, {volume_array, empty_text, layout("LS_Nodes2", {})});
     return file;
 }
 

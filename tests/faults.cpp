@@ -58,8 +58,9 @@ WRAP(void*, _ZnamRKSt9nothrow_t, (size_t n, const void* tag),
 WRAP(void, _ZdaPvm, (void* block, size_t n), { __real__ZdaPvm(counted(block, -1), n); })
 WRAP(ssize_t, pread, (int file, void* to, size_t n, off_t position), {
     if (fails(READ)) {
-        errno = EIO;
+        errno = faults.plan.way == SHORT ? EINTR : EIO;
         if (faults.plan.way != SHORT) return faults.plan.way == END ? 0 : -1;
+        if (!faults.plan.lasts) return -1;
         n = (n + 1) / 2;
     }
     const ssize_t got = __real_pread(file, to, n, position);

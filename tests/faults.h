@@ -9,8 +9,8 @@ namespace fld_test
 
 enum CallKind { ALLOCATION, READ, OPEN, CLOSE, STATUS, DIRECTORY, EXPRESSION, CALL_KINDS };
 
-// How a read fails: with an error, as if the file ended there, or with half of the bytes, which is
-// no failure at all.
+// How a read fails: with an error, as if the file ended there, or so that it is no failure at all:
+// interrupted once, or from then on with half of the bytes.
 enum FaultWay { ERROR, END, SHORT };
 
 struct FaultPlan {

@@ -120,7 +120,8 @@ TEST(BatteryLimits, work_grows_in_proportion)
             const int64_t capacities = (8192 + 1024) * int64_t{4 * 80};
             EXPECT_LE(counted[i].peak_bytes, 4 * std::ssize(bytes) + capacities + MEBIBYTE) << what;
         }
-        const auto expect_proportion = [&](const char* of, int64_t once, int64_t twice) {
+        const auto expect_proportion = [&, what = what](const char* of, int64_t once,
+                                                        int64_t twice) {
             EXPECT_LE(static_cast<double>(twice), 2.3 * static_cast<double>(once)) << what << of;
         };
         expect_proportion(" bytes", counted[0].bytes_read, counted[1].bytes_read);

@@ -106,6 +106,10 @@ static std::vector<Case> failing_opens()
         "LS_ALE", {zero, int_item(4), zero, single, zero, single, text_item("part"), int_item(4)});
     const Section short_name =
         layout("LS_VolumeGeometry", {zero, single, int_item(40), text_item(std::string(20, 'n'))});
+    // The file cannot hold so many characters; what it has of them stands in a longer record.
+    const Section long_name =
+        layout("LS_VolumeGeometry",
+               {zero, single, int_item(100000), ints({1, 10, 1}), record("0123456789 and more")});
     const Section no_width = layout("LS_SurfaceGeometryArray", {zero, single, int_item(-1)});
     const std::string too_many = "Too many data sections in FLD file.";
     const std::string no_grid_file =
@@ -153,6 +157,8 @@ static std::vector<Case> failing_opens()
          "FLD file ALE error: number of data records = 4"},
         {"name_shorter_than_its_length", and_also(short_name), "",
          "Data reader error: expected 40 characters, got 20"},
+        {"name_longer_than_the_file", and_also(long_name), "",
+         "Data reader error: expected 100000 characters, got 10"},
         {"surface_array_without_width", and_also(no_width), "",
          "Data reader error: not enough dynamic memory for boundaries."},
     };
@@ -195,6 +201,8 @@ static std::vector<Case> failing_grids()
          "FLD file error: element data not found."},
         {"a_node_less", one(good), "", "Error: node count 3 does not match query count 4",
          with(nodes(cube_corners(3)))},
+        {"a_coordinate_less", one(good), "", "",
+         with(layout("LS_Nodes", {int_item(3), int_item(4), real_array({0, 1, 0})}))},
         {"no_coordinate_buffer",
          one(good),
          "",

@@ -74,6 +74,7 @@ TEST_F(Records, are_recognised_by_their_framing)
         {"continued, tails right", head + "data" + marker + marker + "data" + head, 0},
         {"continued, last tail positive", head + "data" + marker + marker + "data" + marker, 2},
         {"continued, first tail negative", head + "data" + head + marker + "data" + head, 2},
+        {"continued by nothing", head + "data" + marker + zero + zero, 0},
         {"head of the lowest number", lowest + zero + lowest, 2},
         {"10 good records, head of the lowest number", bytes(good_records(10)) + lowest + zero, 0},
     };
@@ -94,6 +95,22 @@ TEST_F(Records, tie_goes_to_little_endian)
     char text[3];
     EXPECT_EQ(nzn_read_chars(UNIT, 2, text), 0);
     EXPECT_EQ(nzn_read_chars(UNIT, 1, text), 5);
+}
+
+// In one byte order a record of 65,536 bytes, in the other one 248 records of 256 bytes and a cut
+// one: a file that is whole counts more than one that begins well.
+TEST_F(Records, are_recognised_by_what_is_whole)
+{
+    for (const bool big_endian : {false, true}) {
+        FldBuilder inner({.big_endian = !big_endian});
+        for (int i = 0; i < 248; ++i) inner.record(std::string(256, 'd'));
+        const std::string data = inner.bytes().substr(4) + std::string(68, '\0');
+        ASSERT_EQ(open(FldBuilder({.big_endian = big_endian}).record(data).bytes()), 0);
+        std::string text(data.size(), ' ');
+        EXPECT_EQ(nzn_begin_record(UNIT), 0);
+        EXPECT_EQ(nzn_read_chars(UNIT, 65536, text.data()), 0);
+        EXPECT_TRUE(text == data);
+    }
 }
 
 TEST_F(Records, units_are_101_at_most)
@@ -189,6 +206,10 @@ TEST_F(Records, are_read_whole_when_long_and_in_runs_when_short)
         EXPECT_EQ(nzn_return(UNIT, start), 0);
         EXPECT_EQ(nzn_take_records(UNIT, 4, 3, 2, nullptr), 2);
         EXPECT_EQ(next_ints(3), (Ints{11, 12, 13}));
+        EXPECT_EQ(nzn_seek(UNIT, nzn_tell(UNIT)), 0);
+        EXPECT_EQ(nzn_take_records(UNIT, 4, 3, 1, taken.data()), 1);
+        EXPECT_EQ(taken[0], 14);
+        EXPECT_EQ(nzn_take_records(UNIT, 4, 0, 1, taken.data()), 0) << "records of nothing";
         EXPECT_EQ(nzn_take_records(UNIT, 4, 2, 1, taken.data()), 0) << "records of another length";
     }
 }
@@ -202,6 +223,7 @@ TEST_F(Records, refuse_more_than_they_hold)
         EXPECT_EQ(nzn_begin_record(UNIT), 0);
         EXPECT_EQ(nzn_read_int32(UNIT, 0, values.data()), 0);
         EXPECT_EQ(nzn_read_int32(UNIT, -1, values.data()), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, INT64_MAX, values.data()), 5);
         EXPECT_EQ(nzn_read_int32(UNIT, 3, values.data()), 5);
         EXPECT_EQ(values, (Ints{1, 2, -7}));
         EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "the record is consumed";
@@ -224,6 +246,7 @@ TEST_F(Records, can_be_found_again)
             static_cast<int64_t>(FldBuilder(format).record(large).bytes().size());
         const FldBuilder b = FldBuilder(format).record(large).ints({1}).record("").ints({2});
         ASSERT_EQ(open(b.bytes()), 0);
+        EXPECT_EQ(nzn_seek(UNIT, -1), 5);
         EXPECT_EQ(nzn_tell(UNIT), 0);
         EXPECT_EQ(nzn_begin_record(UNIT), 0);
         char text[3];

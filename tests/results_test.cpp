@@ -50,6 +50,8 @@ TEST(Values, stay_within_the_rows)
                              a_values + nothing);
     EXPECT_EQ(values(1), a + "variable count 6\n" + a_values + nothing);
     EXPECT_EQ(values(0), "variable count 6\n" + rest + nothing);
+    EXPECT_EQ(values_of({{"a.fld", file}}, {.variable_capacity = 0, .no_values = true}),
+              "variable count 6\nout Error: NULL array for scalar values.\n");
 }
 
 // A host may ask for fewer variables than there are: a vector that is not asked for in full is not

@@ -54,6 +54,14 @@ static const Series all_series[] = {
      "",
      "err \nerr ***ERROR: regcmp error "
      "\"^f++++++++++++++++++++++++++++++[0-9][0-9]*\\.fld$\"\n"},
+    {"repetition_counts", "f{2,3}x{9}1.fld", {"ffxxxxxxxxx0.fld"}, {}, ""},
+    // 40 x 40 copies of a letter.
+    {"many_counted_repetitions",
+     "f{40}{40}2.fld",
+     {"f1.fld"},
+     {},
+     "",
+     "err \nerr ***ERROR: regcmp error \"^f{40}{40}[0-9][0-9]*\\.fld$\"\n"},
     {"nine_digits", "f100000000.fld", {"f99999999.fld", "f9.fld"}, {}, "f99999999.fld"},
     // 2 to the power of 32, and more than 64 bits hold.
     {"ten_digits", "f4294967296.fld", {"f999999999.fld", "f9.fld"}, {}, "f999999999.fld"},
@@ -108,6 +116,33 @@ TEST(SeriesDirectory, entries_and_relative_names)
                   "flag 0\nnodes 4\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
     }
     std::filesystem::current_path(before);
+}
+
+// A path and the pattern of a listing hold 255 characters; entries with longer paths are left out.
+TEST(SeriesDirectory, with_a_long_name)
+{
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    const TemporaryDirectory directory;
+    TestHost host;
+    host.start();
+    for (const size_t length : {249U, 253U, 254U}) {
+        std::string path = directory.path("");
+        path += std::string(200 - path.size(), 'd') + "/";
+        path += std::string(length - path.size() - 1, 'e') + "/";
+        std::filesystem::create_directories(path);
+        for (const char* name : {"1", "0002"}) {
+            const FldFile grid = replaced(tetrahedron_file(), surfaces({{name, {}}}));
+            std::filesystem::rename(directory.write("a", build(grid)), path + name);
+        }
+        std::filesystem::rename(directory.write("a", build(results)), path + "3");
+        host.hidden_prefix = path;
+        host.open(path + "3");
+        EXPECT_EQ(pick(host.take_trace(), {"out", "err", "boundary"}),
+                  length == 249   ? "boundary 0002\n"
+                  : length == 253 ? "boundary 1\n"
+                                  : "out Data reader error: unable to find grid file for results "
+                                    "file: 3\nerr \nerr ***ERROR: Can't open dir \"\"\n");
+    }
 }
 
 TEST(SeriesDirectory, is_searched_again_with_every_open)
