@@ -193,7 +193,8 @@ static Dataset long_arrays(int32_t precision)
     const std::vector<Face> faces(COUNT, {TRIANGLE_FACE, 0, {0, 1, 2}});
     const FldFile grid{
         {{coordinate_system(0), nodes(points), region_types({{"Wall_Boundary", "wall"}}),
-          materials(std::vector<int32_t>(COUNT, 1)), surface_array({{"", faces}, {"wall", faces}}),
+          materials(std::vector<int32_t>(COUNT, 1)), surfaces({{"wall", faces}}),
+          surface_array({{"", faces}, {"wall", faces}}),
           elements(std::vector<Element>(COUNT, {TETRAHEDRON, {0, 1, 2, 3}}))}}};
     const FldFile step{{{coordinate_system(1), vector("U", "", points)}}};
     return {"", {{"c.1", grid}, {"c.2", step}}, "", {}, {}, {.precision = precision}};

@@ -1,7 +1,10 @@
 // Which file of its series a results file is paired with.
 #include "datasets.h"
 
+#include "ui/util/utf8wrap.h"
+
 #include <gtest/gtest.h>
+#include <set>
 
 namespace fld_test
 {
@@ -157,6 +160,28 @@ TEST(SeriesDirectory, is_searched_again_with_every_open)
     (void)directory.write("f5.fld", build(tetrahedron_file()));
     host.open(path);
     EXPECT_EQ(host.error_flag(), 0);
+}
+
+// What a listing gives, and the longest pattern and directory that it takes.
+TEST(Listings, give_what_a_pattern_matches)
+{
+    const TemporaryDirectory directory;
+    for (const char* name : {"a1", "a22", "b1"}) (void)directory.write(name, "");
+    const std::pair<std::string, std::set<std::string>> cases[] = {
+        {directory.path("a*"), {"a1", "a22"}},
+        {directory.path("?1"), {"a1", "b1"}},
+        {directory.path("c*"), {}},
+        {directory.path(std::string(256, '*')), {}},
+        {std::string(255, '/') + directory.path("*"), {}},
+    };
+    for (const auto& [pattern, expected] : cases) {
+        std::set<std::string> names;
+        utf8wrap::Listing listing;
+        utf8wrap::FoundEntry entry{};
+        bool more = utf8wrap::FindFirstFileA(pattern.c_str(), &listing, &entry);
+        for (; more; more = utf8wrap::FindNextFileA(&listing, &entry)) names.insert(entry.name);
+        EXPECT_EQ(names, expected) << pattern;
+    }
 }
 
 } // namespace fld_test
