@@ -232,6 +232,11 @@ TEST_F(Records, refuse_more_than_they_hold)
         EXPECT_EQ(nzn_seek(UNIT, 0), 0);
         EXPECT_EQ(nzn_begin_record(UNIT), 0);
         EXPECT_EQ(nzn_skip_bytes(UNIT, 9), 5);
+        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
+        EXPECT_EQ(nzn_begin_record(UNIT), 0);
+        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "a seek leaves the record";
+        EXPECT_EQ(next_ints(2), (Ints{1, 2}));
     }
 }
 

@@ -129,6 +129,8 @@ static std::vector<Layout> layouts()
         {"region_name_length_minus_2", region(types, -2, {text_item("Inlet"), wall}), false},
         {"region_name_of_4_byte_characters",
          region(types, -1, {text_item("Inlet"), ints({4, 1, 1}), ints({1})}), false},
+        {"region_name_of_one_4_byte_character",
+         region(types, 1, {text_item("Inlet"), ints({4, 1, 1}), ints({1})}), false},
         {"region_type_of_33_records",
          region(types, -1, joined(joined({ints({1, 1, 33})}, repeated(33, record("i"))), {wall})),
          false},
