@@ -7,7 +7,7 @@ import json
 import pathlib
 import sys
 
-from reasons import read_reasons
+from reasons import place, read_reasons
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
@@ -46,17 +46,18 @@ def text_between(lines, first_line, first_column, last_line, last_column):
 
 
 def find_misses(line_table, branch_table):
-    """(file, line, its code or the outcome of its condition) of everything not reached."""
+    """(file, line, its code, with the outcome of a condition) of everything not reached."""
     for file in sorted(line_table):
         lines = (ROOT / file).read_text().splitlines()
         missed = {line for line, count in line_table[file].items() if count == 0}
         for line in sorted(missed):
             if line - 1 not in missed:  # the first of several stands for all
-                yield file, line, lines[line - 1].strip()
-        for place, outcomes in sorted(branch_table[file].items()):
+                yield file, line, place(lines, line)
+        for branch, outcomes in sorted(branch_table[file].items()):
+            what = f"{place(lines, branch[0])}: {text_between(lines, *branch)}"
             for outcome, count in zip(("true", "false"), outcomes):
-                if count == 0 and place[0] not in missed:
-                    yield file, place[0], f"{text_between(lines, *place)}: {outcome}"
+                if count == 0 and branch[0] not in missed:
+                    yield file, branch[0], f"{what}: {outcome}"
 
 
 def print_misses(misses, reasons):

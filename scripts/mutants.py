@@ -18,7 +18,7 @@ import signal
 import subprocess
 import sys
 
-from reasons import read_reasons
+from reasons import place, read_reasons
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 CPU_SECONDS = 100  # for one process of the tests; a change may make it run for ever
@@ -61,12 +61,13 @@ def changes(code):
 def mutants_of(path):
     file, text = str(path.relative_to(ROOT)), path.read_text()
     code = HIDDEN.sub(lambda hidden: re.sub(r"[^\n]", " ", hidden[0]), text)
+    lines = text.splitlines()
     for begin, end, new in changes(code):
-        line = text.count("\n", 0, begin)
-        where = text.split("\n")[line].strip()
-        old = " ".join(text[begin:end].split())
-        entry = f"{file}: {where}: {old} -> {new or 'nothing'}"
-        yield Mutant(file, line + 1, begin, end, new, entry)
+        line = text.count("\n", 0, begin) + 1
+        before = text[:begin].rpartition("\n")[2].count(text[begin:end])
+        old = " ".join(text[begin:end].split()) + f" ({before + 1})" * (before > 0)
+        entry = f"{file}: {place(lines, line)}: {old} -> {new or 'nothing'}"
+        yield Mutant(file, line, begin, end, new, entry)
 
 
 class Copy:

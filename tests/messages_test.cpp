@@ -337,6 +337,9 @@ TEST(Walls, that_match_no_face_are_warned_of)
     const std::pair<Case, std::string> cases[] = {
         {{"triangle", wall_on(hex, {TRIANGLE_FACE, 0, {0, 1, 2}}), "face 1 | 1 2 3\n", warning},
          "hex 0 0 0 0 0 0 | 1 2 4 3 5 6 8 7\n"},
+        {{"nothing_in_common", wall_on(hex, {TRIANGLE_FACE, 0, {8, 9, 10}}), "face 1 | 9 10 11\n",
+          warning},
+         "hex 0 0 0 0 0 0 | 1 2 4 3 5 6 8 7\n"},
         {{"whole_cell", wall_on(tet, {QUADRILATERAL_FACE, 0, {0, 1, 2, 3}}), "face 1 | 1 2 3 4\n",
           warning},
          "tet 0 0 0 0 | 1 2 3 4\n"},

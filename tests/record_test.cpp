@@ -256,13 +256,17 @@ TEST_F(Records, can_be_found_again)
         EXPECT_EQ(nzn_begin_record(UNIT), 0);
         char text[3];
         EXPECT_EQ(nzn_read_chars(UNIT, 3, text), 0);
+        const int64_t size = std::ssize(b.bytes());
         EXPECT_EQ(nzn_tell(UNIT), second);
         EXPECT_EQ(nzn_tell(UNIT), second);
+        EXPECT_EQ(nzn_bytes_left(UNIT), size - second);
         EXPECT_EQ(next_ints(1), Ints{1});
         EXPECT_EQ(nzn_skip_record(UNIT), 0);
         EXPECT_EQ(next_ints(1), Ints{2});
-        EXPECT_EQ(nzn_tell(UNIT), static_cast<int64_t>(b.bytes().size()));
+        EXPECT_EQ(nzn_tell(UNIT), size);
         EXPECT_EQ(nzn_begin_record(UNIT), 4);
+        EXPECT_EQ(nzn_seek(UNIT, size + 5000), 0);
+        EXPECT_EQ(nzn_bytes_left(UNIT), 0);
         EXPECT_EQ(nzn_seek(UNIT, second), 0);
         EXPECT_EQ(next_ints(1), Ints{1});
         EXPECT_EQ(nzn_seek(UNIT, 0), 0);

@@ -58,13 +58,14 @@ static const Series all_series[] = {
      "err \nerr ***ERROR: regcmp error "
      "\"^f++++++++++++++++++++++++++++++[0-9][0-9]*\\.fld$\"\n"},
     {"repetition_counts", "f{2,3}x{9}1.fld", {"ffxxxxxxxxx0.fld"}, {}, ""},
-    // 40 x 40 copies of a letter.
-    {"many_counted_repetitions",
-     "f{40}{40}2.fld",
+    // 32 x 32 copies of a letter, then more.
+    {"most_counted_repetitions", "f{32}{32}2.fld", {"f1.fld"}, {}, ""},
+    {"too_many_counted_repetitions",
+     "f{32}{33}2.fld",
      {"f1.fld"},
      {},
      "",
-     "err \nerr ***ERROR: regcmp error \"^f{40}{40}[0-9][0-9]*\\.fld$\"\n"},
+     "err \nerr ***ERROR: regcmp error \"^f{32}{33}[0-9][0-9]*\\.fld$\"\n"},
     {"nine_digits", "f100000000.fld", {"f99999999.fld", "f9.fld"}, {}, "f99999999.fld"},
     // 2 to the power of 32, and more than 64 bits hold.
     {"ten_digits", "f4294967296.fld", {"f999999999.fld", "f9.fld"}, {}, "f999999999.fld"},
