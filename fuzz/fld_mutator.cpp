@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <iterator>
 #include <random>
-#include <sstream>
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
@@ -24,12 +23,7 @@ struct Item {
 
 static int32_t int_at(const FldRecords& file, size_t record, size_t at)
 {
-    uint32_t word = 0;
-    for (size_t i = 0; i < 4; ++i) {
-        const size_t byte = file.format.big_endian ? i : 3 - i;
-        word = word << 8 | static_cast<uint8_t>(file.records[record][at + byte]);
-    }
-    return static_cast<int32_t>(word);
+    return fld_test::int_at(file.records[record], at, file.format.big_endian);
 }
 
 static std::string encoded(const FldRecords& file, const std::vector<int32_t>& values)
@@ -71,40 +65,12 @@ static std::vector<size_t> find_names(const FldRecords& file)
     return names;
 }
 
-static std::vector<std::string> words(const std::string& text)
-{
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
 // A section with its name and its end record: the records from the k-th name on to the next.
 static std::vector<std::string> section(const FldRecords& file, size_t k)
 {
     const std::vector<size_t> names = find_names(file);
     const size_t end = k + 1 < names.size() ? names[k + 1] : file.records.size();
     return {&file.records[names[k]], file.records.data() + end};
-}
-
-// The same dataset in the other byte order.
-static void flip_byte_order(FldRecords* file)
-{
-    std::vector<size_t> word_sizes(file->records.size(), 1);
-    if (word_sizes.size() > 1) word_sizes[1] = 4; // the version
-    for (size_t i = 0; i < word_sizes.size(); ++i) {
-        if (file->records[i].size() == 12) word_sizes[i] = 4;
-    }
-    for (const Item& item : find_items(*file)) {
-        for (size_t i = item.descriptor + 1; i < item.end; ++i) {
-            word_sizes[i] = static_cast<size_t>(item.element_size);
-        }
-    }
-    for (size_t i = 0; i < word_sizes.size(); ++i) {
-        std::string& record = file->records[i];
-        for (size_t at = 0; at + word_sizes[i] <= record.size(); at += word_sizes[i]) {
-            std::reverse(&record[at], &record[at] + word_sizes[i]);
-        }
-    }
-    file->format.big_endian = !file->format.big_endian;
 }
 
 // ---- mutations ----
@@ -182,17 +148,12 @@ private:
     // Writes an item's elements anew, `per_record` of them in each data record.
     void write_item(const Item& item, const std::string& data, size_t per_record)
     {
-        const auto size = static_cast<size_t>(item.element_size);
-        const size_t count = data.size() / size;
-        const size_t records = count > 0 ? (count + per_record - 1) / per_record : 1;
-        std::vector<std::string> made = {
-            encoded(file_, {item.element_size, static_cast<int32_t>(per_record),
-                            static_cast<int32_t>(records)})};
-        for (size_t i = 0; i < records; ++i) {
-            made.push_back(data.substr(i * per_record * size, per_record * size));
-        }
+        fld_test::FldBuilder made({.big_endian = file_.format.big_endian,
+                                   .values_per_record = static_cast<int32_t>(per_record)});
+        made.array(item.element_size, data);
         const auto at = file_.records.erase(record_at(item.descriptor), record_at(item.end));
-        file_.records.insert(at, made.begin(), made.end());
+        const auto records = parse_records(made.bytes()).records;
+        file_.records.insert(at, records.begin(), records.end());
     }
 
     std::string data_of(const Item& item) const
@@ -235,13 +196,32 @@ private:
 
     void rename_section()
     {
-        static const std::vector<std::string> known = words(
-            "LS_CoordinateSystem LS_Elements LS_MatOfElements LS_Nodes LS_RegionName&Type LS_ALE "
-            "LS_STREAMcoc LS_SurfaceGeometry LS_SurfaceGeometryArray LS_VolumeGeometry LS_Other "
-            "LS_VolumeGeometryArray LS_Scalar: LS_Scalar:P LS_Vector: LS_Vector:P OverlapStart_0 "
-            "OverlapStart_ OverlapEnd HeaderDataEnd Dimension Bias Cycle Unused");
+        static constexpr const char* known[] = {"LS_CoordinateSystem",
+                                                "LS_Elements",
+                                                "LS_MatOfElements",
+                                                "LS_Nodes",
+                                                "LS_ALE",
+                                                "LS_RegionName&Type",
+                                                "LS_STREAMcoc",
+                                                "LS_SurfaceGeometry",
+                                                "LS_SurfaceGeometryArray",
+                                                "LS_VolumeGeometry",
+                                                "LS_VolumeGeometryArray",
+                                                "LS_Other",
+                                                "LS_Scalar:",
+                                                "LS_Scalar:P",
+                                                "LS_Vector:",
+                                                "LS_Vector:P",
+                                                "OverlapStart_0",
+                                                "OverlapStart_",
+                                                "OverlapEnd",
+                                                "HeaderDataEnd",
+                                                "Dimension",
+                                                "Bias",
+                                                "Cycle",
+                                                "Unused"};
         const std::vector<size_t> names = find_names(file_);
-        const std::string name = fld_test::padded(known[below(known.size())], 32);
+        const std::string name = fld_test::padded(known[below(std::size(known))], 32);
         if (names.empty()) return;
         if (below(3) == 0) return insert({name});
         file_.records[names[below(names.size())]] = name;
@@ -265,7 +245,6 @@ private:
     void reframe()
     {
         static constexpr int32_t lengths[] = {0, 0, 0, 1, 3, 5, 12, 37};
-        if (below(2) == 0) return flip_byte_order(&file_);
         file_.format.max_subrecord = lengths[below(std::size(lengths))];
     }
 
@@ -313,8 +292,7 @@ extern "C" size_t LLVMFuzzerCustomCrossOver(const uint8_t* data1, size_t size1,
     FldRecords other = parse_records(split_input(data2, size2).file);
     Mutator mutator(&file, seed);
     const size_t sections = find_names(other).size();
-    if (sections == 0) return 0;
-    if (other.format.big_endian != file.format.big_endian) flip_byte_order(&other);
+    if (sections == 0 || other.format.big_endian != file.format.big_endian) return 0;
     mutator.insert(section(other, mutator.below(sections)));
     input.file = framed(file);
     const std::string text = joined(input);

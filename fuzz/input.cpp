@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 namespace fld_fuzz
 {
@@ -36,41 +35,20 @@ std::string joined(const Input& input)
 
 // ---- records ----
 
-static int64_t marker_at(const std::string& bytes, size_t at, bool big_endian)
-{
-    uint32_t word = 0;
-    for (size_t i = 0; i < 4; ++i) {
-        word = word << 8 | static_cast<uint8_t>(bytes[at + (big_endian ? i : 3 - i)]);
-    }
-    return static_cast<int32_t>(word);
-}
-
 static FldRecords parse_in_order(const std::string& bytes, bool big_endian)
 {
     FldRecords file;
     file.format.big_endian = big_endian;
-    std::string data;
-    bool continues = false; // the sub-record before announced this one
-    size_t record_start = 0;
-    for (size_t at = 0; at + 8 <= bytes.size();) {
-        const int64_t head = marker_at(bytes, at, big_endian);
-        const auto length = static_cast<size_t>(std::abs(head));
-        if (length > bytes.size() - at - 8) break;
-        const int64_t tail = marker_at(bytes, at + 4 + length, big_endian);
-        if (std::abs(tail) != std::abs(head)) break;
-        if (length > 0 && (tail < 0) != continues) break;
-        data.append(bytes, at + 4, length);
-        at += 8 + length;
-        continues = head < 0;
-        if (continues) {
-            file.format.max_subrecord =
-                std::max(file.format.max_subrecord, static_cast<int32_t>(length));
-        } else {
-            file.records.push_back(std::exchange(data, {}));
-            record_start = at;
-        }
+    for (const fld_test::Subrecord& part : fld_test::subrecords_of(bytes, big_endian)) {
+        const auto length = static_cast<int32_t>(part.length);
+        if (part.goes_on) file.format.max_subrecord = std::max(file.format.max_subrecord, length);
     }
-    file.rest = bytes.substr(record_start);
+    size_t end = 0;
+    for (const fld_test::Record& record : fld_test::records_of(bytes, big_endian)) {
+        file.records.push_back(record.data);
+        end = record.end;
+    }
+    file.rest = bytes.substr(end);
     return file;
 }
 

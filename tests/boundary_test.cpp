@@ -195,13 +195,4 @@ TEST(Registration, of_one_reader_may_be_refused)
     }
 }
 
-TEST(Registration, both_readers_read_the_same)
-{
-    TestHost host;
-    host.start();
-    Dataset second = datasets()[0];
-    second.controls.reader = 1;
-    EXPECT_EQ(run(host, second), second.trace);
-}
-
 } // namespace fld_test

@@ -483,6 +483,13 @@ std::string run(TestHost& host, const Dataset& dataset, const Format& format)
     return host.take_trace();
 }
 
+std::string run(const std::vector<NamedFile>& files, const Controls& controls, const Format& format)
+{
+    TestHost host;
+    host.start();
+    return run(host, {"", files, "", {}, controls}, format);
+}
+
 std::string pick(const std::string& trace, const std::vector<std::string>& words)
 {
     std::istringstream stream(trace);
@@ -492,6 +499,13 @@ std::string pick(const std::string& trace, const std::vector<std::string>& words
         if (std::ranges::find(words, word) != words.end()) kept += line + "\n";
     }
     return kept;
+}
+
+std::string component_names(const std::string& label, const std::string& key)
+{
+    const std::string begin = "variable " + label, end = key.empty() ? "" : " (" + key + ")";
+    return begin + " (x-component)" + end + "; " + label + end + "\n" + begin + " (y-component)" +
+           end + "\n" + begin + " (z-component)" + end + "\n";
 }
 
 std::string events(const std::string& trace)

@@ -52,8 +52,15 @@ std::vector<Point> cube_corners(size_t count = 8);
 // Opens and peeks at the dataset, reads every grid and closes it, stopping after a failed open.
 std::string run(TestHost& host, const Dataset& dataset, const Format& format = {});
 
+// The same by a new host.
+std::string run(const std::vector<NamedFile>& files, const Controls& controls = {},
+                const Format& format = {});
+
 // The lines of a trace that begin with one of the words.
 std::string pick(const std::string& trace, const std::vector<std::string>& words);
+
+// The lines that name a vector's variables.
+std::string component_names(const std::string& label, const std::string& key = "");
 
 // Its callbacks but "peek", error flags, output, cells and faces.
 std::string events(const std::string& trace);

@@ -357,6 +357,47 @@ std::string build(const FldFile& file, const Format& format)
     return b.bytes();
 }
 
+// ---- files taken apart ----
+
+int32_t int_at(std::string_view bytes, size_t at, bool big_endian)
+{
+    uint32_t word = 0;
+    for (size_t i = 0; i < 4; ++i) {
+        word = word << 8 | static_cast<unsigned char>(bytes[at + (big_endian ? i : 3 - i)]);
+    }
+    return static_cast<int32_t>(word);
+}
+
+std::vector<Subrecord> subrecords_of(const std::string& bytes, bool big_endian)
+{
+    std::vector<Subrecord> list;
+    bool continues = false; // the sub-record before announced this one
+    for (size_t at = 0; at + 8 <= bytes.size(); at = list.back().tail + 4) {
+        const int64_t head = int_at(bytes, at, big_endian);
+        const auto length = static_cast<size_t>(std::abs(head));
+        if (length > bytes.size() - at - 8) break;
+        const int64_t tail = int_at(bytes, at + 4 + length, big_endian);
+        if (std::abs(tail) != std::abs(head) || (length > 0 && (tail < 0) != continues)) break;
+        continues = head < 0;
+        list.push_back({at, length, at + 4 + length, continues});
+    }
+    return list;
+}
+
+std::vector<Record> records_of(const std::string& bytes, bool big_endian)
+{
+    std::vector<Record> list;
+    Record record{};
+    for (const Subrecord& part : subrecords_of(bytes, big_endian)) {
+        record.data.append(bytes, part.head + 4, part.length);
+        record.end = part.tail + 4;
+        if (part.goes_on) continue;
+        list.push_back(record);
+        record = {record.end, 0, ""};
+    }
+    return list;
+}
+
 // ---- files on disk ----
 
 TemporaryDirectory::TemporaryDirectory()

@@ -38,6 +38,7 @@ public:
     FldBuilder& end() { return ints({0, 0, 0}); }
 
     FldBuilder& int_item(int32_t value) { return ints({4, 1, 1}).ints({value}); }
+    FldBuilder& array(int32_t element_size, const std::string& data);
     FldBuilder& int_array(const std::vector<int32_t>& values);
     FldBuilder& numbers(std::vector<int32_t> values); // the same, each shifted by the bias
     FldBuilder& real_array(const std::vector<double>& values, int32_t element_size = 0);
@@ -48,8 +49,6 @@ public:
     [[nodiscard]] const std::string& bytes() const { return bytes_; }
 
 private:
-    FldBuilder& array(int32_t element_size, const std::string& data);
-
     Format format_;
     std::string bytes_;
 };
@@ -147,6 +146,24 @@ FldFile without(FldFile file, const std::string& section_name);
 FldFile with_keywords(FldFile file, const Sections& keywords);
 
 std::string build(const FldFile& file, const Format& format = {});
+
+// ---- files taken apart ----
+
+int32_t int_at(std::string_view bytes, size_t at, bool big_endian);
+
+struct Subrecord {
+    size_t head, length, tail; // the places of its markers
+    bool goes_on;
+};
+
+struct Record {
+    size_t begin, end; // with its markers
+    std::string data;
+};
+
+// Those that the file is well framed by, from its beginning on.
+std::vector<Subrecord> subrecords_of(const std::string& bytes, bool big_endian);
+std::vector<Record> records_of(const std::string& bytes, bool big_endian);
 
 // ---- files on disk ----
 

@@ -56,19 +56,21 @@ TEST(BatteryLimits, memory_whatever_the_file_declares)
         for (const NamedFile& file : dataset.files) {
             const std::string bytes = build(file.file);
             const int64_t limit = 4 * std::ssize(bytes) + MEBIBYTE;
-            int32_t length = 0;
-            for (size_t head = 0; head < bytes.size(); head += static_cast<size_t>(length) + 8) {
-                memcpy(&length, bytes.data() + head, sizeof length);
-                for (int32_t i = 0; i < 15 && (length == 4 || length == 12); ++i) {
+            for (const Record& record : records_of(bytes, false)) {
+                for (size_t i = 0; i < 15 && record.data.size() <= 12; ++i) {
                     const int32_t count =
                         std::array{INT32_MAX, INT32_MIN, 1 << 28, 1000000, 70000}[i % 5];
-                    if (i / 5 * 4 >= length || ++cases % stride != 0) continue;
+                    if (i / 5 * 4 + 4 > record.data.size() || ++cases % stride != 0) continue;
                     std::string hostile = bytes;
-                    memcpy(hostile.data() + head + 4 + i / 5 * 4, &count, sizeof count);
+                    memcpy(hostile.data() + record.begin + 4 + i / 5 * 4, &count, sizeof count);
                     (void)directory.write(file.name, hostile);
-                    (void)visit_within(host, path, RLIMIT_AS, address_space() + 2 * limit);
+                    const std::string trace =
+                        visit_within(host, path, RLIMIT_AS, address_space() + 2 * limit);
+                    // An empty name table in one dataset cannot be told from one without memory.
+                    const bool asks = trace.find("not enough dynamic memory") < trace.size();
+                    EXPECT_TRUE(count < 0 || !asks || dataset.name == "passed_over") << trace;
                     EXPECT_LE(host.counted().peak_bytes, limit)
-                        << dataset.name << ", " << count << " after byte " << head;
+                        << dataset.name << ", " << count << " after byte " << record.begin;
                 }
             }
             (void)directory.write(file.name, bytes);

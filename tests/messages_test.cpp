@@ -26,6 +26,8 @@ static const Element tet{TETRAHEDRON, {0, 1, 2, 3}};
 static const Face wall_face{TRIANGLE_FACE, 0, {3, 1, 2}}, bad_face{135, 0, {0, 1, 2}};
 static const Region short_region{"inlet", {wall_face, {TRIANGLE_FACE, 0, {0, 1}}}};
 static const NamedFile text_file{"a.fld", {}, "nothing but text"}, no_file{"a.fld", {}, {}, true};
+static const Files unchanged = {};
+static const Controls two_grids{.grid_capacity = 2}, no_values{.no_values = true};
 
 static Files one(const FldFile& file)
 {
@@ -117,7 +119,7 @@ static std::vector<Case> failing_opens()
     return {
         {"missing_file", {no_file}, "", "Cannot open file: a.fld"},
         {"text_file", {text_file}, "", "File is not unformatted: a.fld"},
-        {"unit_of_minus_1", one(good), "", "Cannot open file: a.fld", {}, {.unit = -1}},
+        {"unit_of_minus_1", one(good), "", "Cannot open file: a.fld", unchanged, {.unit = -1}},
         {"magic", with_field(&FldFile::magic, std::string("CRDL-FLd")), "",
          "File does not have a valid Cradle FLD file header."},
         {"version_3", with_field(&FldFile::version, 3), "",
@@ -129,11 +131,8 @@ static std::vector<Case> failing_opens()
         {"no_bias", header({dimension(3)}), "", "FLD file error: Bias value is missing."},
         {"no_first_grid", with_field(&FldFile::first_name, std::string("OverlapStart_1")), "", ""},
         {"more_grids_than_the_host_takes",
-         with_field(&FldFile::grids, std::vector<Sections>(3, good.grids[0])),
-         "",
-         "Data reader error: number of grids exceeds limit of 2",
-         {},
-         {.grid_capacity = 2}},
+         with_field(&FldFile::grids, std::vector<Sections>(3, good.grids[0])), "",
+         "Data reader error: number of grids exceeds limit of 2", unchanged, two_grids},
         {"no_last_name", with_field(&FldFile::last_name, std::string()), "",
          "Data reader error: number of grids exceeds limit of 4"},
         {"neither_nodes_nor_variables", one({{{coordinate_system(0)}}}), "",
@@ -170,6 +169,8 @@ static const std::string cells = faces + "tet 0 7 0 0 | 1 2 3 4\n";
 // Failures before the results.
 static std::vector<Case> failing_grids()
 {
+    const Controls no_coordinates{.no_coordinates = true}, second_refused{.refuse_create = 2},
+        third_refused{.refuse_create = 3};
     const std::string plain = "tet 0 0 0 0 | 1 2 3 4\n";
     const std::vector<RegionType> no_wall = {{"wall_boundary", "wall"}, {"Inlet", "inlet"}};
     const std::vector<RegionType> two_walls = {{"Wall_Boundary", "wall"}, {"WALL(", "inlet"}};
@@ -203,12 +204,8 @@ static std::vector<Case> failing_grids()
          with(nodes(cube_corners(3)))},
         {"a_coordinate_less", one(good), "", "",
          with(layout("LS_Nodes", {int_item(3), int_item(4), real_array({0, 1, 0})}))},
-        {"no_coordinate_buffer",
-         one(good),
-         "",
-         "Error: NULL array for grid coordinates.",
-         {},
-         {.no_coordinates = true}},
+        {"no_coordinate_buffer", one(good), "", "Error: NULL array for grid coordinates.",
+         unchanged, no_coordinates},
         {"wall_became_ordinary", one(good), "",
          "Data reader error: grid 1 wall region count 0 does not match query count 1",
          with(region_types(no_wall))},
@@ -228,18 +225,10 @@ static std::vector<Case> failing_grids()
          wall_made + "face 2 | 4 2 3\n", short_list},
         {"node_list_shorter_than_faces_in_an_array", and_also(surface_array({short_region, wall})),
          faces + "face 2 | 4 2 3\n", short_list},
-        {"face_refused",
-         one(good),
-         wall_made,
-         "Data reader error: not enough dynamic memory for boundaries.",
-         {},
-         {.refuse_create = 2}},
-        {"cell_refused",
-         one(good),
-         faces,
-         "Data reader error: not enough dynamic memory for cells.",
-         {},
-         {.refuse_create = 3}},
+        {"face_refused", one(good), wall_made,
+         "Data reader error: not enough dynamic memory for boundaries.", unchanged, second_refused},
+        {"cell_refused", one(good), faces,
+         "Data reader error: not enough dynamic memory for cells.", unchanged, third_refused},
         {"more_materials_than_elements", with(materials({1, 1})), faces,
          "Error: element count 1 does not match element material count 2"},
         {"no_material_for_an_element", with(materials({})), faces,
@@ -257,42 +246,26 @@ static std::vector<Case> failing_results()
 {
     const FldFile with_vector =
         added(without(good, "LS_Scalar:P"), vector("U", "", cube_corners(4)));
+    const Files pair = pair_of(good, results), removed = {{"s2.fld", {}, {}, true}},
+                text = {{"s2.fld", {}, "nothing but text"}},
+                system_3 = {{"s2.fld", replaced(results, coordinate_system(3))}};
     return {
-        {"results_file_removed",
-         pair_of(good, results),
-         cells,
-         "Cannot open results file: s2.fld",
-         {{"s2.fld", {}, {}, true}}},
-        {"results_file_became_text",
-         pair_of(good, results),
-         cells,
-         "Results file is not unformatted: s2.fld",
-         {{"s2.fld", {}, "nothing but text"}}},
+        {"results_file_removed", pair, cells, "Cannot open results file: s2.fld", removed},
+        {"results_file_became_text", pair, cells, "Results file is not unformatted: s2.fld", text},
         {"two_sections_of_a_scalar", and_also(scalar("P", "", {1, 2, 3, 4})), cells,
          "Error: grid 1 has more than 1 LS_Scalar:P section."},
         {"scalar_of_3_values", with(scalar("P", "Pressure", {1, 2, 3})), cells,
          "Data reader error: scalar count 3 does not match node count 4"},
         {"vector_of_3_values", and_also(vector("U", "", cube_corners(3))), cells,
          "Data reader error: vector count 3 does not match node count 4"},
-        {"results_coordinate_system_became_3",
-         pair_of(good, results),
-         cells,
-         "Error: results grid 1 has invalid coordinate system: 3",
-         {{"s2.fld", replaced(results, coordinate_system(3))}}},
+        {"results_coordinate_system_became_3", pair, cells,
+         "Error: results grid 1 has invalid coordinate system: 3", system_3},
         {"two_results_coordinate_systems", pair_of(good, added(results, coordinate_system(0))),
          cells, "Error: results grid 1 has more than 1 LS_CoordinateSystem section."},
-        {"no_buffer_for_a_scalar",
-         one(good),
-         cells,
-         "Error: NULL array for scalar values.",
-         {},
-         {.no_values = true}},
-        {"no_buffer_for_a_vector",
-         one(with_vector),
-         cells,
-         "Error: NULL array for vector values.",
-         {},
-         {.no_values = true}},
+        {"no_buffer_for_a_scalar", one(good), cells, "Error: NULL array for scalar values.",
+         unchanged, no_values},
+        {"no_buffer_for_a_vector", one(with_vector), cells, "Error: NULL array for vector values.",
+         unchanged, no_values},
     };
 }
 

@@ -11,9 +11,7 @@ namespace fld_test
 
 static std::string trace_of(const FldFile& file)
 {
-    TestHost host;
-    host.start();
-    return run(host, {"", {{"a.fld", file}}, ""});
+    return run({{"a.fld", file}});
 }
 
 // The trace of the tetrahedron with a section of its own replaced, or one more.
@@ -79,6 +77,15 @@ static Section ale_entry(const std::vector<Item>& items)
 static Section coc(const std::vector<Item>& list)
 {
     return layout("LS_STREAMcoc", joined({int_item(0)}, list));
+}
+
+// Two regions in an array.
+static Section face_counts(const std::vector<int32_t>& counts)
+{
+    const Item none = int_array({});
+    return layout("LS_SurfaceGeometryArray",
+                  {int_item(0), int_item(2), int_item(1), text_item("ab"), int_array(counts), none,
+                   none, int_array({0, 0}), none});
 }
 
 static std::vector<Layout> layouts()
@@ -157,6 +164,8 @@ static std::vector<Layout> layouts()
         {"no_surface_regions_in_an_array",
          layout(surface_list, {three, zero, zero, text_item(""), none, none, none, none, none}),
          true},
+        {"face_counts_beyond_an_int32", face_counts({INT32_MAX, INT32_MAX}), false},
+        {"negative_face_count_in_an_array", face_counts({1, -1}), false},
         {"no_volumes", layout(volume, {three, zero, int_item(-2)}), true},
         {"volume_name_length_minus_2", region(volume, -2, {text_item("fluid"), zero, none}), false},
         {"negative_volume_list", region(volume, -1, {wall, int_item(-1), none}), false},
@@ -296,9 +305,7 @@ TEST(Header, keyword_groups)
     }
     // A double marker is another value than the single one, and found in doubles only.
     const FldFile doubles = with_keywords(tetrahedron_file(), {bias(), double_marker});
-    TestHost host;
-    host.start();
-    EXPECT_EQ(pick(run(host, {"", {{"a.fld", doubles}}, ""}, {.precision = 8}), {"value"}),
+    EXPECT_EQ(pick(run({{"a.fld", doubles}}, {}, {.precision = 8}), {"value"}),
               "value 1 inf 0.5 1e+30\n");
 }
 
@@ -311,12 +318,9 @@ TEST(Header, ends_early)
     for (const std::string& bytes : {magic, short_magic, FldBuilder().record("").bytes(),
                                      FldBuilder().record("CRDL-FLD").record("123").bytes(),
                                      FldBuilder().record("CRDL-FLD").ints({4}).bytes()}) {
-        TestHost host;
-        host.start();
         const std::string missing = "out FLD file error: Bias value is missing.\n";
         const bool complete = bytes.size() == magic.size() + 12;
-        EXPECT_EQ(run(host, {"", {{"a.fld", {}, bytes}}, ""}),
-                  "open\n" + (complete ? missing : "") + "flag 1\n");
+        EXPECT_EQ(run({{"a.fld", {}, bytes}}), "open\n" + (complete ? missing : "") + "flag 1\n");
     }
 }
 
@@ -417,11 +421,8 @@ TEST(Labels, make_the_variables_names)
         {two_twenties, "variable abcdefghijklmnopqrstuvwxyzABCDEF (P)\n"},
         {no_characters, "variable P\n"},
         {too_many_records, ""},
-        {vector("U", "", points), "variable U (x-component); U\nvariable U (y-component)\n"
-                                  "variable U (z-component)\n"},
-        {vector("U", "Velocity", points), "variable Velocity (x-component) (U); Velocity (U)\n"
-                                          "variable Velocity (y-component) (U)\n"
-                                          "variable Velocity (z-component) (U)\n"},
+        {vector("U", "", points), component_names("U")},
+        {vector("U", "Velocity", points), component_names("Velocity", "U")},
         // 32 + 16 + 22 + 3 characters and the first 7 of the label's second occurrence.
         {vector(key, label, points), "variable " + label + " (x-component) (" + key + "); " +
                                          label.substr(0, 7) + "\n" + "variable " + label +

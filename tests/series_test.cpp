@@ -89,9 +89,7 @@ TEST_P(SeriesFiles, are_paired)
     }
     for (const std::string& name : series.others) dataset.files.push_back({name, results});
     dataset.files.push_back({series.opened, results});
-    TestHost host;
-    host.start();
-    EXPECT_EQ(pick(run(host, dataset), {"out", "err", "boundary"}),
+    EXPECT_EQ(pick(run(dataset.files), {"out", "err", "boundary"}),
               series.paired.empty()
                   ? "out Data reader error: unable to find grid file for results file: " +
                         series.opened + "\n" + series.errors

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <new>
 #include <sys/mman.h>
@@ -23,28 +22,26 @@ using fld_host::Shape;
 
 // ---- guarded buffers ----
 
-constexpr unsigned char UNTOUCHED = 0xA5;
-
 // An array that ends where memory ends: not even a read goes past it. Before it stands a guard, at
-// most two pages long. Guard and array hold UNTOUCHED until they are written.
+// most two pages long. Guard and array are filled until they are written.
 template <class T> class GuardedArray
 {
 public:
-    explicit GuardedArray(int64_t count)
-        : size_(static_cast<size_t>(std::max<int64_t>(count, 0)) * sizeof(T)),
+    GuardedArray(int64_t count, unsigned char fill)
+        : fill_(fill), size_(static_cast<size_t>(std::max<int64_t>(count, 0)) * sizeof(T)),
           mapped_((size_ / PAGE + 2) * PAGE)
     {
         void* const memory = mmap(nullptr, mapped_ + PAGE, PROT_READ | PROT_WRITE,
                                   MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (memory == MAP_FAILED) throw std::bad_alloc();
         bytes_ = static_cast<unsigned char*>(memory);
-        memset(bytes_, UNTOUCHED, mapped_);
+        memset(bytes_, fill_, mapped_);
         EXPECT_EQ(mprotect(bytes_ + mapped_, PAGE, PROT_NONE), 0);
     }
     // Reports a guard that was written to.
     ~GuardedArray()
     {
-        const auto untouched = [](unsigned char byte) { return byte == UNTOUCHED; };
+        const auto untouched = [&](unsigned char byte) { return byte == fill_; };
         EXPECT_TRUE(std::all_of(bytes_, bytes_ + mapped_ - size_, untouched))
             << "written before a buffer";
         munmap(bytes_, mapped_ + PAGE);
@@ -57,6 +54,7 @@ public:
 
 private:
     static constexpr size_t PAGE = 4096;
+    unsigned char fill_;
     size_t size_, mapped_; // without the page past the end
     unsigned char* bytes_;
 };
@@ -119,10 +117,12 @@ private:
     off_t taken_[2] = {};
 };
 
-static int64_t open_files()
+// A file that stayed open takes the lowest free descriptor.
+static int lowest_free_descriptor()
 {
-    const std::filesystem::directory_iterator files("/proc/self/fd");
-    return std::distance(begin(files), end(files));
+    const int probe = dup(memory_files[0]);
+    ::close(probe);
+    return probe;
 }
 
 // ---- the trace ----
@@ -147,11 +147,11 @@ static std::string real_text(float value)
     return {text, std::to_chars(text, text + sizeof text, value).ptr};
 }
 
-static std::string reals_text(const std::vector<float>& values, int64_t row, int64_t length)
+static std::string reals_text(const float* values, int64_t row, int64_t length)
 {
     std::string text;
     for (int64_t i = 0; i < length; ++i) {
-        text.append(" ").append(real_text(values[static_cast<size_t>(row * length + i)]));
+        text.append(" ").append(real_text(values[row * length + i]));
     }
     return text;
 }
@@ -208,6 +208,9 @@ int TestHost::create_cell(Shape shape, const int32_t* face_flags, const int32_t*
     static constexpr const char* names[] = {"tet", "pyramid", "prism", "hex"};
     const auto row = static_cast<size_t>(shape);
     log_output();
+    for (int face = 0; face < fld_host::shape_faces[row]; ++face) {
+        EXPECT_TRUE(face_flags[face] == 0 || face_flags[face] == fld_host::WALL_FACE);
+    }
     if (refuses_this_create()) return 0;
     log(names[row] + list_text(face_flags, fld_host::shape_faces[row]) + " |" +
         list_text(nodes, fld_host::shape_nodes[row]));
@@ -218,6 +221,8 @@ int TestHost::create_boundary_face(int32_t boundary_type, int32_t vertex_count,
                                    const int32_t* nodes, int32_t constant)
 {
     EXPECT_EQ(constant, 1);
+    EXPECT_TRUE(vertex_count == 3 || vertex_count == 4) << vertex_count;
+    EXPECT_TRUE(boundary_type >= 1 && boundary_type <= boundary_count_) << boundary_type;
     log_output();
     if (refuses_this_create()) return 1;
     log("face " + std::to_string(boundary_type) + " |" + list_text(nodes, vertex_count));
@@ -226,9 +231,9 @@ int TestHost::create_boundary_face(int32_t boundary_type, int32_t vertex_count,
 
 void TestHost::set_options(int first, int second, unsigned char third)
 {
-    const int values[] = {first, second, third};
+    const int options[] = {first, second, third};
     log_output();
-    log("options" + list_text(values, 3));
+    log("options" + list_text(options, 3));
 }
 
 // ---- callbacks ----
@@ -241,13 +246,13 @@ TestHost::TestHost(const std::string& library)
 
 void TestHost::call(const std::function<void()>& function)
 {
-    const int64_t files_before = open_files();
+    const int descriptor = lowest_free_descriptor();
     {
         const Capture capture;
         function();
         log_output();
     }
-    EXPECT_EQ(open_files(), files_before) << "a file stayed open";
+    EXPECT_EQ(lowest_free_descriptor(), descriptor) << "a file stayed open";
 }
 
 void TestHost::start()
@@ -257,12 +262,11 @@ void TestHost::start()
 
 void TestHost::open(const std::string& path)
 {
-    GuardedArray<int32_t> node_counts(controls.grid_capacity);
-    GuardedArray<char> boundaries(int64_t{80} * controls.boundary_capacity);
-    GuardedArray<char> variables(int64_t{80} * controls.variable_capacity);
+    GuardedArray<int32_t> node_counts(controls.grid_capacity, controls.fill);
+    GuardedArray<char> boundaries(int64_t{80} * controls.boundary_capacity, controls.fill);
+    GuardedArray<char> variables(int64_t{80} * controls.variable_capacity, controls.fill);
     int32_t boundary_count = -1;
     error_flag_ = -1;
-    created_ = 0;
     log("open");
     call([&] {
         library_->registrations()
@@ -277,6 +281,7 @@ void TestHost::open(const std::string& path)
     node_counts_ = node_counts.copy();
     ASSERT_LE(grid_count_, controls.grid_capacity);
     log("nodes" + list_text(node_counts_.data(), grid_count_));
+    boundary_count_ = std::min(boundary_count, controls.boundary_capacity);
     log_names("boundary", boundaries.copy(), boundary_count);
     log_names("variable", variables.copy(), variable_count_);
 }
@@ -294,25 +299,31 @@ void TestHost::peek(const std::string& path)
 
 void TestHost::read(int32_t grid)
 {
-    const int32_t node_count = node_counts_.at(static_cast<size_t>(grid - 1));
-    GuardedArray<float> coordinates(int64_t{3} * node_count);
-    GuardedArray<float> values(int64_t{variable_count_} * node_count);
+    const bool is_known = grid >= 1 && grid <= grid_count_;
+    const int32_t node_count = is_known ? node_counts_.at(static_cast<size_t>(grid - 1)) : 4;
+    GuardedArray<float> coordinate_buffer(int64_t{3} * node_count, controls.fill);
+    GuardedArray<float> value_buffer(int64_t{variable_count_} * node_count, controls.fill);
     error_flag_ = -1;
+    created_ = 0;
     log("read " + std::to_string(grid));
     call([&] {
         library_->registrations()
             .readers.at(controls.reader)
             .read_data(&controls.unit, &grid, &node_count,
-                       controls.no_coordinates ? nullptr : coordinates.data(), &variable_count_,
-                       controls.no_values ? nullptr : values.data(), &error_flag_);
+                       controls.no_coordinates ? nullptr : coordinate_buffer.data(),
+                       &variable_count_, controls.no_values ? nullptr : value_buffer.data(),
+                       &error_flag_);
     });
     log("flag " + std::to_string(error_flag_));
+    coordinates = coordinate_buffer.copy();
+    values = value_buffer.copy();
     if (error_flag_ != 0) return;
+    EXPECT_TRUE(is_known) << "a grid that is not there was read";
     for (int row = 0; row < 3; ++row) {
-        log(std::string(1, "xyz"[row]) + reals_text(coordinates.copy(), row, node_count));
+        log(std::string(1, "xyz"[row]) + reals_text(coordinates.data(), row, node_count));
     }
     for (int row = 0; row < variable_count_; ++row) {
-        log("value" + reals_text(values.copy(), row, node_count));
+        log("value" + reals_text(values.data(), row, node_count));
     }
 }
 

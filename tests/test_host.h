@@ -20,16 +20,20 @@
 namespace fld_test
 {
 
+// What the host's buffers hold before they are written.
+constexpr unsigned char UNTOUCHED = 0xA5;
+
 struct Controls {
     int32_t unit = 7;
     int32_t grid_capacity = 4;
     int32_t boundary_capacity = 8;
     int32_t variable_capacity = 8;
-    int32_t refuse_create = 0;   // the number of the cell or face not to be created, from 1
+    int32_t refuse_create = 0;   // of a grid, the number of the cell or face not to be created
     bool no_coordinates = false; // hand over null instead of a buffer
     bool no_values = false;
     std::string refuse_reader = {}; // the reader not to be registered
     size_t reader = 0;              // the registered reader to be used
+    unsigned char fill = UNTOUCHED;
 };
 
 class TestHost : public fld_host::Services
@@ -45,7 +49,7 @@ public:
     // The callbacks. Each checks that no byte beyond a buffer was touched and no file stays open.
     void open(const std::string& path);
     void peek(const std::string& path);
-    void read(int32_t grid); // from 1
+    void read(int32_t grid); // from 1; of any other one 4 nodes are asked for
     void close();
 
     // Calls anything of the library's with its output going to the trace.
@@ -57,11 +61,13 @@ public:
     [[nodiscard]] const fld_host::ReaderLibrary& library() const { return *library_; }
     [[nodiscard]] int32_t error_flag() const { return error_flag_; }
     [[nodiscard]] int32_t grid_count() const { return grid_count_; }
+    [[nodiscard]] int32_t variable_count() const { return variable_count_; }
     // Asks for another number of variables than the library reported.
     void set_variable_count(int32_t count) { variable_count_ = count; }
     void change_node_counts(int32_t change); // none below 0
 
     Controls controls;
+    std::vector<float> coordinates, values;  // of the last grid that was read, row by row
     std::string hidden_prefix;               // cut out of the library's output: a directory
     std::function<void()> on_create = [] {}; // called with every cell and face
 
@@ -82,6 +88,7 @@ private:
     int32_t created_ = 0;
     int32_t error_flag_ = -1;
     int32_t grid_count_ = 0;
+    int32_t boundary_count_ = 0; // with a name that the host has room for
     int32_t variable_count_ = 0;
     std::vector<int32_t> node_counts_;
     std::unique_ptr<fld_host::ReaderLibrary> library_; // last: unloaded first

@@ -1,4 +1,5 @@
-// The values of a grid's variables: their places, missing ones, buffers, cylindrical vectors.
+// What the host learns when a dataset is opened, and the values it then reads: capacities, merged
+// names, paired files, missing values, cylindrical vectors.
 #include "datasets.h"
 
 #include <gtest/gtest.h>
@@ -6,25 +7,121 @@
 namespace fld_test
 {
 
-static std::string values_of(const std::vector<NamedFile>& files, const Controls& controls = {})
-{
-    TestHost host;
-    host.start();
-    return pick(run(host, {"", files, "", {}, controls}), {"out", "variable", "value"});
-}
-
 static const std::vector<double> ones = {1, 1, 1, 1};
 static const std::vector<Point> numbered(4, {1, 2, 3});
+constexpr const char* missing = "value inf inf inf inf\n";
 
-static Sections grid_of(const Sections& variables)
+// The trace's lines of the given words, for a dataset of one file or of a pair.
+static std::string opened(const std::vector<NamedFile>& files,
+                          const std::vector<std::string>& words, const Controls& controls = {})
+{
+    return pick(run(files, controls), words);
+}
+static std::string values_of(const std::vector<NamedFile>& files, const Controls& controls = {})
+{
+    return opened(files, {"out", "variable", "value"}, controls);
+}
+
+static Sections grid_of(const Sections& others)
 {
     Sections grid = {coordinate_system(0), nodes(cube_corners(4)), materials({1}),
                      elements({{TETRAHEDRON, {0, 1, 2, 3}}})};
-    grid.insert(grid.end(), variables.begin(), variables.end());
+    grid.insert(grid.end(), others.begin(), others.end());
     return grid;
 }
 
-constexpr const char* missing = "value inf inf inf inf\n";
+// Names that the host has no room for are counted where they are met, and left out of a merge.
+TEST(NameLists, end_at_the_hosts_capacity)
+{
+    const FldFile two_grids{{grid_of({surfaces({{"a", {}}, {"b", {}}, {"c", {}}})}),
+                             grid_of({surfaces({{"b", {}}, {"d", {}}, {"e", {}}})})}};
+    const std::vector<NamedFile> files = {{"a.fld", two_grids}};
+    const auto boundaries = [&](int32_t capacity) {
+        return opened(files, {"boundary"}, {.boundary_capacity = capacity});
+    };
+    const std::string abc = "boundary a\nboundary b\nboundary c\n";
+    EXPECT_EQ(boundaries(8), abc + "boundary d\nboundary e\n");
+    EXPECT_EQ(boundaries(4), abc + "boundary d\n");
+    EXPECT_EQ(boundaries(3), abc);
+    EXPECT_EQ(boundaries(2), "boundary a\nboundary b\nboundary count 3\n");
+    EXPECT_EQ(boundaries(0), "boundary count 3\n");
+}
+
+// A vector needs three free rows; without them it is counted, and nothing is stored of it. Later
+// grids do not merge the rows that were never written.
+TEST(NameLists, hold_a_vector_whole_or_not_at_all)
+{
+    const std::vector<Point> three = cube_corners(4);
+    FldFile file{{grid_of({scalar("P", "", {1, 2, 3, 4})}), grid_of({vector("U", "", three)})}};
+    file.grids[1].push_back(scalar("T", "", {5, 6, 7, 8}));
+    const auto read = [&](int32_t capacity) {
+        return opened({{"a.fld", file}}, {"variable", "value", "flag"},
+                      {.variable_capacity = capacity});
+    };
+    const std::string p = "variable P\n";
+    const std::string u = component_names("U");
+    const std::string p_values = "value 1 2 3 4\n", t_values = "value 5 6 7 8\n";
+    const std::string u_values = "value 0 1 0 1\nvalue 0 0 1 1\nvalue 0 0 0 0\n";
+    const std::string reads = "flag 0\n";
+    EXPECT_EQ(read(5), "flag 0\n" + p + u + "variable T\n" + reads + p_values + missing + missing +
+                           missing + missing + "flag 0\n" + missing + u_values + t_values);
+    // Both the host's rows and those of the second grid are two: the vector finds no place, and
+    // neither does the scalar, which comes fifth among that grid's names.
+    EXPECT_EQ(read(2), "flag 0\n" + p + reads + p_values + "flag 0\n" + missing);
+    EXPECT_EQ(read(1), read(2));
+}
+
+// A paired grid file without nodes of its own in the results file: what the results file says of
+// the first grid makes way.
+TEST(Pairing, takes_the_first_grid_from_the_grid_file_alone)
+{
+    const FldFile grid = tetrahedron_file();
+    FldFile results{{{coordinate_system(0), nodes({}), materials({}),
+                      region_types({{"Wall_Boundary", "inlet"}}),
+                      surfaces({{"inlet", {{TRIANGLE_FACE, 0, {0, 1, 2}}}}}),
+                      scalar("P", "Pressure", {9, 8, 7, 6})}}};
+    const std::string trace = run({{"s1.fld", grid}, {"s2.fld", results}});
+    EXPECT_EQ(pick(trace, {"nodes", "boundary", "variable", "value"}),
+              "nodes 4\nboundary inlet\nboundary wall\nvariable Pressure (P)\nvalue 9 8 7 6\n");
+    EXPECT_EQ(events(trace), "open\nflag 0\nread 1\nface 2 | 4 2 3\nface 1 | 1 3 2\n"
+                             "tet 0 7 0 0 | 1 2 3 4\nflag 0\n");
+}
+
+// Of a grid file with several grids only the first one belongs to the results.
+TEST(Pairing, passes_over_further_grids_of_the_grid_file)
+{
+    FldFile grids = tetrahedron_file();
+    grids.grids.push_back(grid_of({surfaces({{"second", {}}})}));
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    EXPECT_EQ(opened({{"s1.fld", grids}, {"s2.fld", results}}, {"nodes", "boundary", "flag"},
+                     {.grid_capacity = 1}),
+              "flag 0\nnodes 4\nboundary wall\nboundary inlet\nflag 0\n");
+}
+
+// The base of the node numbers and the unused-value markers are those of the grid file.
+TEST(Pairing, uses_the_grid_files_number_base_and_markers)
+{
+    const FldFile marked = with_keywords(tetrahedron_file(), {bias(), unused(-1)});
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {-1, 5, -2, 1})}}};
+    const FldFile other_base = with_keywords(
+        results, {{"Bias", [](FldBuilder& b) { b.int_item(500); }}, unused(5), cycle(1, 3)});
+    EXPECT_EQ(opened({{"s1.fld", marked}, {"s2.fld", other_base}}, {"value", "tet"}),
+              "tet 0 7 0 0 | 1 2 3 4\nvalue inf 5 -2 1\nvalue inf inf inf inf\n");
+}
+
+// A name with trailing blanks inside its first 80 characters, and one that fills its row.
+TEST(BoundaryNames, may_be_long)
+{
+    const Face face{TRIANGLE_FACE, 0, {0, 1, 2}};
+    const std::string name = "wall" + std::string(76, ' ') + "of the second stage";
+    const std::string full(100, 'n');
+    const FldFile file{{grid_of({surfaces({{name, {face}}, {full, {face}}, {"wall", {face}}})})}};
+    EXPECT_EQ(opened({{"a.fld", file}}, {"face"}), "face 1 | 1 2 3\nface 2 | 1 2 3\n"
+                                                   "face 1 | 1 2 3\n");
+    EXPECT_EQ(opened({{"a.fld", file}}, {"boundary"}), "boundary wall" + std::string(76, ' ') +
+                                                           "\nboundary " + std::string(80, 'n') +
+                                                           "\nboundary wall\n");
+}
 
 // More variables than the host has rows for: the count tells, and the host then hands over a value
 // buffer of that count. Rows without a section, and vectors that do not fit, are undefined.
@@ -33,8 +130,7 @@ TEST(Values, stay_within_the_rows)
     const FldFile file{{grid_of({scalar("A", "", ones), vector("U", "", numbered),
                                  scalar("B", "", {2, 2, 2, 2}), scalar("C", "", {3, 3, 3, 3})})}};
     const std::string a = "variable A\n", a_values = "value 1 1 1 1\n";
-    const std::string u = "variable U (x-component); U\nvariable U (y-component)\n"
-                          "variable U (z-component)\n";
+    const std::string u = component_names("U");
     const std::string u_values = a_values + "value 2 2 2 2\nvalue 3 3 3 3\n";
     const auto values = [&](int32_t capacity) {
         return values_of({{"a.fld", file}}, {.variable_capacity = capacity});
@@ -56,13 +152,7 @@ TEST(Values, stay_within_the_rows)
 
 // A host may ask for fewer variables than there are: a vector that is not asked for in full is not
 // read.
-class FewerVariables : public testing::TestWithParam<int32_t>
-{
-};
-
-INSTANTIATE_TEST_SUITE_P(All, FewerVariables, testing::Range(0, 8));
-
-TEST_P(FewerVariables, fill_no_more_than_the_buffer)
+TEST(Values, fill_no_more_than_the_buffer)
 {
     const FldFile file{
         {grid_of({scalar("A", "", ones), vector("U", "", numbered), vector("V", "", numbered)})}};
@@ -71,14 +161,15 @@ TEST_P(FewerVariables, fill_no_more_than_the_buffer)
     const TemporaryDirectory directory;
     host.open(directory.write("a.fld", build(file)));
     host.take_trace();
-    host.set_variable_count(GetParam());
-    host.read(1);
-    const std::string vector_values = "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\n";
-    std::string expected = GetParam() > 0 ? "value 1 1 1 1\n" : "";
-    int32_t left = GetParam() - 1;
-    for (; left >= 3; left -= 3) expected += vector_values;
-    for (; left > 0; --left) expected += missing;
-    EXPECT_EQ(pick(host.take_trace(), {"out", "value"}), expected);
+    for (int32_t asked = 0; asked < 8; ++asked) {
+        host.set_variable_count(asked);
+        host.read(1);
+        std::string expected = asked > 0 ? "value 1 1 1 1\n" : "";
+        int32_t left = asked - 1;
+        for (; left >= 3; left -= 3) expected += "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\n";
+        for (; left > 0; --left) expected += missing;
+        EXPECT_EQ(pick(host.take_trace(), {"out", "value"}), expected);
+    }
 }
 
 // Later grids with other variables, another order, and a variable of the paired grid file only.
@@ -117,8 +208,10 @@ constexpr double half_turn = 3.14159274101257324; // a float; its sine is -8.742
 static Sections cylinder(int32_t system, const std::vector<Point>& positions,
                          const Section& vectors)
 {
-    return {coordinate_system(system), nodes(positions), materials({1}),
-            elements({{TETRAHEDRON, {0, 1, 2, 3}}}), vectors};
+    Sections grid = grid_of({vectors});
+    grid[0] = coordinate_system(system);
+    grid[1] = nodes(positions);
+    return grid;
 }
 
 TEST(CylindricalVectors, use_radius_and_angle_as_stored)
@@ -127,8 +220,7 @@ TEST(CylindricalVectors, use_radius_and_angle_as_stored)
     const std::vector<Point> positions = {{2, 0, 0}, {0, half_turn, 0}, {-2, 0, 0}, {4, 0, 1}};
     const FldFile grid{{cylinder(1, positions, vector("U", "", turning))}};
     const std::string expected = "value 1 -1 1 1\nvalue 1 -8.742278e-08 -1 2\nvalue 3 3 3 3\n";
-    const std::string names = "variable U (x-component); U\nvariable U (y-component)\n"
-                              "variable U (z-component)\n";
+    const std::string names = component_names("U");
     EXPECT_EQ(values_of({{"a.fld", grid}}), names + expected);
     // In a results file whose own system is cylindrical or not given.
     for (const Sections& first : {Sections{coordinate_system(1), vector("U", "", turning)},
@@ -147,7 +239,7 @@ TEST(CylindricalVectors, of_a_cartesian_grid)
     const std::vector<Point> positions = {{2, 0, 5}, {0, 0, 5}, {4, 0, 0}, {0.25, 0, 1}};
     const FldFile grid{{cylinder(0, positions, scalar("P", "", ones))}};
     const FldFile results{{{coordinate_system(1), vector("U", "", turning)}}};
-    EXPECT_EQ(pick(values_of({{"s1.fld", grid}, {"s2.fld", results}}), {"out", "value"}),
+    EXPECT_EQ(opened({{"s1.fld", grid}, {"s2.fld", results}}, {"out", "value"}),
               std::string("value 1 1 1 1\nvalue 1 0 2 0.125\nvalue 3 3 3 3\n") + missing);
 }
 
@@ -162,7 +254,7 @@ TEST(CylindricalVectors, may_mix_element_sizes)
                                 b.real_array({0.5, 0.5, 0.5, 0.5}, size(1));
                                 b.real_array({3, 3, 3, 3}, size(2));
                             }};
-        EXPECT_EQ(pick(values_of({{"a.fld", {{cylinder(1, positions, mixed)}}}}), {"out", "value"}),
+        EXPECT_EQ(opened({{"a.fld", {{cylinder(1, positions, mixed)}}}}, {"out", "value"}),
                   "value 1 1 1 1\nvalue 1 0.5 2 0\nvalue 3 3 3 3\n");
     }
 }
@@ -178,9 +270,7 @@ TEST(Values, of_8_bytes_are_rounded_to_the_nearest_float)
                                      1 + step * 0.5001};
     const std::vector<double> ends = {3.5e38, -3.5e38, 1e-46, 0.1};
     FldFile file{{grid_of({scalar("A", "", low), scalar("B", "", ends)})}};
-    TestHost host;
-    host.start();
-    EXPECT_EQ(pick(run(host, {"", {{"a.fld", file}}, ""}, {.precision = 8}), {"out", "value"}),
+    EXPECT_EQ(pick(run({{"a.fld", file}}, {}, {.precision = 8}), {"out", "value"}),
               "value 1 1 1.0000002 1.0000001\nvalue inf -inf 0 0.1\n");
 }
 
