@@ -153,7 +153,7 @@ TEST_P(BatteryCalls, fail_at_every_place)
     FaultyHost host;
     for (const Dataset& dataset : datasets()) {
         const TemporaryDirectory directory;
-        const std::string path = write_files(directory, dataset);
+        const std::string path = write_files(directory, dataset.files, dataset.format);
         host.hidden_prefix = directory.path("");
         EXPECT_EQ(host.visit(path), dataset.trace);
         const int64_t calls = host.counted().calls[kind];
@@ -350,7 +350,7 @@ TEST(BatteryBoundary, a_thousand_visits_hold_nothing)
     FaultyHost host;
     const TemporaryDirectory directory;
     for (const Dataset& dataset : datasets()) {
-        const std::string path = write_files(directory, dataset);
+        const std::string path = write_files(directory, dataset.files, dataset.format);
         for (int i = 0; i < 100; ++i) EXPECT_EQ(host.visit(path), dataset.trace);
     }
 }

@@ -454,7 +454,7 @@ const std::vector<Dataset>& datasets()
 
 // ---- running ----
 
-static void write_files(const TemporaryDirectory& directory, const std::vector<NamedFile>& files,
+std::string write_files(const TemporaryDirectory& directory, const std::vector<NamedFile>& files,
                         const Format& format)
 {
     for (const NamedFile& file : files) {
@@ -465,6 +465,7 @@ static void write_files(const TemporaryDirectory& directory, const std::vector<N
                                   file.bytes.empty() ? build(file.file, format) : file.bytes);
         }
     }
+    return files.empty() ? "" : directory.path(files.back().name);
 }
 
 std::string run(TestHost& host, const Dataset& dataset, const Format& format)
@@ -472,15 +473,8 @@ std::string run(TestHost& host, const Dataset& dataset, const Format& format)
     const TemporaryDirectory directory;
     host.hidden_prefix = directory.path("");
     host.controls = dataset.controls;
-    write_files(directory, dataset.files, format);
-    const std::string opened = directory.path(dataset.files.back().name);
-    host.open(opened);
-    if (host.error_flag() != 0) return host.take_trace();
-    host.peek(opened);
-    write_files(directory, dataset.changed, format);
-    for (int32_t grid = 1; grid <= host.grid_count(); ++grid) host.read(grid);
-    host.close();
-    return host.take_trace();
+    return host.visit(write_files(directory, dataset.files, format),
+                      [&] { (void)write_files(directory, dataset.changed, format); });
 }
 
 std::string run(const std::vector<NamedFile>& files, const Controls& controls, const Format& format)

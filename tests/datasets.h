@@ -49,6 +49,10 @@ FldFile tetrahedron_file();
 // The corners of the unit cube, x fastest, then y, then z; and the first few of them.
 std::vector<Point> cube_corners(size_t count = 8);
 
+// The path of the last file.
+std::string write_files(const TemporaryDirectory& directory, const std::vector<NamedFile>& files,
+                        const Format& format = {});
+
 // Opens and peeks at the dataset, reads every grid and closes it, stopping after a failed open.
 std::string run(TestHost& host, const Dataset& dataset, const Format& format = {});
 

@@ -30,19 +30,13 @@ public:
         faults_->plan = faults;
     }
 
-    // Opens, peeks at, reads and closes a file under a plan.
     std::string visit(const std::string& path, const FaultPlan& faults = {})
     {
         plan(faults);
-        open(path);
-        if (error_flag() == 0) {
-            peek(path);
-            for (int32_t grid = 1; grid <= grid_count(); ++grid) read(grid);
-            close();
-        }
+        std::string trace = TestHost::visit(path);
         counted_ = *faults_;
         plan({});
-        return take_trace();
+        return trace;
     }
 
     [[nodiscard]] const Faults& counted() const { return counted_; } // by the last visit
@@ -51,15 +45,5 @@ private:
     Faults* faults_;
     Faults counted_;
 };
-
-// Writes a dataset's files; the path of the one to be opened.
-inline std::string write_files(const TemporaryDirectory& directory, const Dataset& dataset)
-{
-    std::string path;
-    for (const NamedFile& file : dataset.files) {
-        path = directory.write(file.name, build(file.file, dataset.format));
-    }
-    return path;
-}
 
 } // namespace fld_test

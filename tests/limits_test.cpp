@@ -52,7 +52,7 @@ TEST(BatteryLimits, memory_whatever_the_file_declares)
     const TemporaryDirectory directory;
     for (Dataset dataset : datasets()) {
         dataset.format = {};
-        const std::string path = write_files(directory, dataset);
+        const std::string path = write_files(directory, dataset.files, dataset.format);
         for (const NamedFile& file : dataset.files) {
             const std::string bytes = build(file.file);
             const int64_t limit = 4 * std::ssize(bytes) + MEBIBYTE;

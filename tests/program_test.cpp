@@ -35,9 +35,7 @@ protected:
     void write(const std::string& dataset_name) const
     {
         const auto found = std::ranges::find(datasets(), dataset_name, &Dataset::name);
-        for (const NamedFile& file : found->files) {
-            (void)directory_.write(file.name, build(file.file));
-        }
+        (void)write_files(directory_, found->files);
     }
 
     TemporaryDirectory directory_;

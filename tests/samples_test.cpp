@@ -25,24 +25,11 @@ static void write_samples(const std::string& writer, const TemporaryDirectory& d
     ASSERT_EQ(system(command.c_str()), 0) << command;
 }
 
-static std::string sample_trace(TestHost& host, const std::string& path)
-{
-    host.controls.variable_capacity = 16;
-    host.open(path);
-    host.peek(path);
-    for (int32_t grid = 1; host.error_flag() == 0 && grid <= host.grid_count(); ++grid) {
-        host.read(grid);
-    }
-    std::string trace = host.take_trace();
-    EXPECT_EQ(pick(trace, {"out", "err"}), "");
-    EXPECT_EQ(host.error_flag(), 0) << path;
-    return trace;
-}
-
 TEST(Samples, have_one_trace_in_every_framing)
 {
     TestHost host;
     host.start();
+    host.controls.variable_capacity = 16;
     for (const char* options :
          {"--precision single", "--precision double", "--precision single --values-per-record 7",
           "--precision double --values-per-record 100"}) {
@@ -51,8 +38,10 @@ TEST(Samples, have_one_trace_in_every_framing)
             const TemporaryDirectory directory;
             write_samples(writer, directory, options);
             for (const char* file : sample_files) {
-                const std::string trace = sample_trace(host, directory.path(file));
+                const std::string trace = host.visit(directory.path(file));
                 const auto [first, is_first] = traces.emplace(file, trace);
+                EXPECT_EQ(pick(trace, {"out", "err"}), "");
+                EXPECT_EQ(trace.find("flag 1"), std::string::npos) << file;
                 EXPECT_TRUE(first->second == trace) << writer << " " << options << " " << file;
             }
         }

@@ -327,6 +327,18 @@ void TestHost::read(int32_t grid)
     }
 }
 
+std::string TestHost::visit(const std::string& path, const std::function<void()>& meanwhile)
+{
+    open(path);
+    if (error_flag_ == 0) {
+        peek(path);
+        if (meanwhile) meanwhile();
+        for (int32_t grid = 1; grid <= grid_count_; ++grid) read(grid);
+        close();
+    }
+    return take_trace();
+}
+
 void TestHost::change_node_counts(int32_t change)
 {
     for (int32_t& count : node_counts_) count = std::max(count + change, 0);

@@ -52,6 +52,10 @@ public:
     void read(int32_t grid); // from 1; of any other one 4 nodes are asked for
     void close();
 
+    // Opens, peeks at, reads and closes, or stops after a failed open; gives the trace.
+    // `meanwhile` happens before the grids are read.
+    std::string visit(const std::string& path, const std::function<void()>& meanwhile = {});
+
     // Calls anything of the library's with its output going to the trace.
     void call(const std::function<void()>& function);
 

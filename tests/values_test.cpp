@@ -172,23 +172,6 @@ TEST(Values, fill_no_more_than_the_buffer)
     }
 }
 
-// Later grids with other variables, another order, and a variable of the paired grid file only.
-TEST(Values, keep_their_rows_in_every_grid)
-{
-    const FldFile grid{{grid_of({scalar("G", "", ones), scalar("A", "", {9, 9, 9, 9})})}};
-    const FldFile results{{{coordinate_system(0), vector("U", "", numbered), scalar("A", "", ones)},
-                           grid_of({scalar("B", "", {4, 4, 4, 4}), scalar("A", "", {5, 5, 5, 5}),
-                                    vector("U", "", numbered)})}};
-    EXPECT_EQ(values_of({{"s1.fld", grid}, {"s2.fld", results}}),
-              std::string("variable U (x-component); U\nvariable U (y-component)\n"
-                          "variable U (z-component)\nvariable A\nvariable B\nvariable G\n"
-                          "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\nvalue 1 1 1 1\n") +
-                  missing + missing +
-                  "value 1 1 1 1\nvalue 2 2 2 2\nvalue 3 3 3 3\nvalue 5 5 5 5\n"
-                  "value 4 4 4 4\n" +
-                  missing);
-}
-
 // The same key under another label is another variable of the host's, from the same section.
 TEST(Values, of_one_key_under_two_labels)
 {
