@@ -201,7 +201,8 @@ TEST(BatteryLongArrays, fail_at_every_place)
     FaultyHost host;
     for (const int32_t precision : {4, 8}) {
         const TemporaryDirectory directory;
-        const std::string path = write_files(directory, long_arrays(precision));
+        const Dataset dataset = long_arrays(precision);
+        const std::string path = write_files(directory, dataset.files, dataset.format);
         host.hidden_prefix = directory.path("");
         const std::string good = host.visit(path);
         EXPECT_EQ(pick(good, {"flag"}), "flag 0\nflag 0\n");
@@ -222,7 +223,7 @@ TEST(BatteryLongArrays, are_whole_or_not_read)
 {
     const Dataset dataset = long_arrays(4);
     const TemporaryDirectory directory;
-    (void)write_files(directory, dataset);
+    (void)write_files(directory, dataset.files);
     FaultyHost host;
     const std::string bytes = build(dataset.files[0].file);
     constexpr size_t AFTER_THE_ARRAY = 4 + 20 + 40; // tail, end record and last name
