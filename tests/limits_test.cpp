@@ -135,6 +135,17 @@ TEST(BatteryLimits, work_grows_in_proportion)
     }
 }
 
+// However short the records are, they are read many at a time.
+TEST(BatteryLimits, short_records_take_few_reads)
+{
+    const TemporaryDirectory directory;
+    const std::string bytes = build(many("elements", 5000), {.values_per_record = 1});
+    EXPECT_GT(bytes.size(), 300000U);
+    FaultyHost host;
+    (void)host.visit(directory.write("a.fld", bytes));
+    EXPECT_LT(host.counted().calls[READ], 200);
+}
+
 // ---- positions beyond 4 GiB ----
 
 // A record of 6 GiB in four sub-records stands before the nodes; the file holds almost nothing of
