@@ -3,6 +3,7 @@
 
 #include "ui/util/nzn_io.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
 #include <numeric>
@@ -111,6 +112,18 @@ TEST_F(Records, are_recognised_by_what_is_whole)
         EXPECT_EQ(nzn_read_chars(UNIT, 65536, text.data()), 0);
         EXPECT_TRUE(text == data);
     }
+}
+
+TEST_F(Records, may_be_as_long_as_a_marker_can_say)
+{
+    const std::string marker = FldBuilder().encoded(INT32_MAX, 4);
+    const std::string path = directory_.write("records", marker);
+    std::ofstream stream(path, std::ios::binary | std::ios::in);
+    stream.seekp(std::streamoff{4} + INT32_MAX) << marker;
+    stream.close();
+    EXPECT_EQ(nzn_open_unit(UNIT, path.c_str()), 0);
+    EXPECT_EQ(nzn_skip_record(UNIT), 0);
+    EXPECT_EQ(nzn_begin_record(UNIT), 4);
 }
 
 TEST_F(Records, units_are_101_at_most)
