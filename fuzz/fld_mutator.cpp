@@ -282,21 +282,4 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
                                    : LLVMFuzzerMutate(data, size, max_size);
 }
 
-// The first file with a section of the other one, in its own framing.
-extern "C" size_t LLVMFuzzerCustomCrossOver(const uint8_t* data1, size_t size1,
-                                            const uint8_t* data2, size_t size2, uint8_t* out,
-                                            size_t max_out_size, unsigned seed)
-{
-    Input input = split_input(data1, size1);
-    FldRecords file = parse_records(input.file);
-    FldRecords other = parse_records(split_input(data2, size2).file);
-    Mutator mutator(&file, seed);
-    const size_t sections = find_names(other).size();
-    if (sections == 0 || other.format.big_endian != file.format.big_endian) return 0;
-    mutator.insert(section(other, mutator.below(sections)));
-    input.file = framed(file);
-    const std::string text = joined(input);
-    return text.size() <= max_out_size ? write_back(text, out) : 0;
-}
-
 } // namespace fld_fuzz

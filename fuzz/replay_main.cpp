@@ -1,10 +1,7 @@
 // Runs a fuzz target once over every file of the given directories.
-#include <cstdint>
+#include "fld_builder.h"
+
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -14,8 +11,7 @@ int main(int argc, char** argv)
     if (!freopen("/dev/null", "w", stdout)) return 1;
     for (int i = 1; i < argc; ++i) {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
-            std::ifstream stream(entry.path(), std::ios::binary);
-            const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
+            const std::string bytes = fld_test::file_content(entry.path());
             (void)LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()),
                                          bytes.size());
             ++inputs;

@@ -41,8 +41,7 @@ static std::string contents(const NamedFile& file, const Format& format)
     const std::string command = FLD_SAMPLES_DIRECTORY "/write_samples_little " +
                                 directory.path("") + " --size 4 --only duct";
     EXPECT_EQ(system(command.c_str()), 0) << command;
-    std::ifstream stream(directory.path(file.name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    return file_content(directory.path(file.name));
 }
 
 enum class Kind { preamble, name, descriptor, data, end };

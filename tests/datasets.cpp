@@ -56,62 +56,6 @@ static FldFile all_faces_file()
           materials(std::vector<int32_t>(20, 3)), nodes(cube_corners()), coordinate_system(0)}}};
 }
 
-constexpr const char* all_faces_trace = R"(open
-options 0 0 1
-flag 0
-nodes 8
-boundary lower
-boundary upper
-peek
-time 0.5 flag 0
-read 1
-face 2 | 7 3 4 8
-face 2 | 6 1 5 2
-face 2 | 8 7 6 5
-face 2 | 1 2 3 4
-face 2 | 7 6 3 2
-face 2 | 1 5 4 8
-face 2 | 6 5 4
-face 2 | 2 1 3
-face 2 | 5 2 6 3
-face 2 | 6 4 3 1
-face 2 | 4 2 5 1
-face 1 | 3 2 1
-face 1 | 4 2 3
-face 1 | 1 4 3
-face 1 | 2 4 1
-face 1 | 1 3 2 4
-face 1 | 5 2 3
-face 1 | 3 4 5
-face 1 | 5 1 4
-face 1 | 2 1 5
-tet 7 0 0 0 | 1 2 3 4
-tet 0 7 0 0 | 1 2 3 4
-tet 0 0 7 0 | 1 2 3 4
-tet 0 0 0 7 | 1 2 3 4
-pyramid 7 0 0 0 0 | 1 2 3 4 5
-pyramid 0 7 0 0 0 | 1 2 3 4 5
-pyramid 0 0 7 0 0 | 1 2 3 4 5
-pyramid 0 0 0 7 0 | 1 2 3 4 5
-pyramid 0 0 0 0 7 | 1 2 3 4 5
-prism 7 0 0 0 0 | 1 4 5 2 6 3
-prism 0 7 0 0 0 | 1 4 5 2 6 3
-prism 0 0 7 0 0 | 1 4 5 2 6 3
-prism 0 0 0 7 0 | 1 4 5 2 6 3
-prism 0 0 0 0 7 | 1 4 5 2 6 3
-hex 7 0 0 0 0 0 | 1 2 4 3 5 6 8 7
-hex 0 7 0 0 0 0 | 1 2 4 3 5 6 8 7
-hex 0 0 7 0 0 0 | 1 2 4 3 5 6 8 7
-hex 0 0 0 7 0 0 | 1 2 4 3 5 6 8 7
-hex 0 0 0 0 7 0 | 1 2 4 3 5 6 8 7
-hex 0 0 0 0 0 7 | 1 2 4 3 5 6 8 7
-flag 0
-x 0 1 0 1 0 1 0 1
-y 0 0 1 1 0 0 1 1
-z 0 0 0 0 1 1 1 1
-close
-)";
-
 // Two faces of one hexahedron on walls, one of them twice; what makes no cell and no face; and a
 // region without a name, which is passed over with a warning.
 static FldFile passed_over_file()
@@ -128,34 +72,6 @@ static FldFile passed_over_file()
               surfaces({edge, nameless, {"left", {left}}}), surface_array({nameless, edge}),
               surface_array({})}}};
 }
-
-constexpr const char* passed_over_trace = R"(open
-out Data reader warning: skipping surface region with empty name.
-out Data reader warning: skipping surface region with empty name.
-out Data reader warning: skipping surface region with empty name.
-options 0 0 1
-flag 0
-nodes 8
-boundary edge
-boundary left
-boundary edge
-peek
-time 0.5 flag 0
-read 1
-out Data reader warning: skipping surface region with empty name.
-face 1 | 1 2 6 5
-out Data reader warning: skipping surface region with empty name.
-face 2 | 1 3 7 5
-out Data reader warning: skipping surface region with empty name.
-out Data reader warning: skipping surface region with empty name.
-face 1 | 1 2 6 5
-hex 0 0 0 0 7 0 | 1 2 3 4 5 6 7 8
-flag 0
-x 0 1 0 1 0 1 0 1
-y 0 0 1 1 0 0 1 1
-z 0 0 0 0 1 1 1 1
-close
-)";
 
 // Two grids; the second has other variables in another order, an own boundary and no scalar "P".
 // A third one is empty.
@@ -174,59 +90,6 @@ static FldFile three_grids_file()
     return file;
 }
 
-constexpr const char* three_grids_trace = R"(open
-options 0 0 1
-flag 0
-nodes 4 5 0
-boundary wall
-boundary inlet
-boundary outlet
-variable Pressure (P)
-variable T
-variable U (x-component); U
-variable U (y-component)
-variable U (z-component)
-peek
-time 0.5 flag 0
-read 1
-face 1 | 4 2 3
-face 2 | 1 3 2
-tet 0 7 0 0 | 1 2 3 4
-flag 0
-x 0 1 0 1
-y 0 0 1 1
-z 0 0 0 0
-value 1 -2 0.5 1e+30
-value inf inf inf inf
-value inf inf inf inf
-value inf inf inf inf
-value inf inf inf inf
-read 2
-face 3 | 1 2 3 4
-face 2 | 1 2 5
-pyramid 0 0 0 0 7 | 1 2 3 4 5
-flag 0
-x 0 1 0 1 0
-y 0 0 1 1 0
-z 0 0 0 0 1
-value inf inf inf inf inf
-value 5 6 7 8 9
-value 1 4 7 10 0
-value 2 5 8 11 0
-value 3 6 9 12 1
-read 3
-flag 0
-x
-y
-z
-value
-value
-value
-value
-value
-close
-)";
-
 // Radius, angle, z. The angle of the second node is the float next to a quarter turn, whose cosine
 // is -4.3711388e-8: x and y show its rounding.
 static FldFile cylindrical_file()
@@ -237,27 +100,6 @@ static FldFile cylindrical_file()
     return {{{nodes(positions), coordinate_system(1), materials({1}),
               elements({{TETRAHEDRON, {0, 1, 2, 3}}}), vector("VEL", "Velocity", values)}}};
 }
-
-constexpr const char* cylindrical_trace = R"(open
-options 0 0 1
-flag 0
-nodes 4
-variable Velocity (x-component) (VEL); Velocity (VEL)
-variable Velocity (y-component) (VEL)
-variable Velocity (z-component) (VEL)
-peek
-time 0.5 flag 0
-read 1
-tet 0 0 0 0 | 1 2 3 4
-flag 0
-x 2 -8.742278e-08 1 0
-y 0 2 0 0
-z 5 5 0 -1
-value 1 -1 2 7
-value 1 0.99999994 3 0
-value 3 4 5 6
-close
-)";
 
 // Undefined coordinates and values; a step number and time of the file's own; a keyword that no
 // reader knows, with items of several shapes.
@@ -272,29 +114,6 @@ static FldFile undefined_values_file()
           vector("U", "U", {{1, 0, 0}, {1, -999, 0}, {1, 0, 0}, {1, 0, -999}})}}};
     return with_keywords(file, {comment, unused(-999), bias(), cycle(4711, 0.125)});
 }
-
-constexpr const char* undefined_values_trace = R"(open
-options 0 0 1
-flag 0
-nodes 4
-variable T
-variable U (x-component); U
-variable U (y-component)
-variable U (z-component)
-peek
-time 0.125 flag 0
-read 1
-tet 0 0 0 0 | 1 2 3 4
-flag 0
-x 0 1 0 inf
-y 0 inf 1 0
-z 0 0 0 1
-value 0 inf 2 999
-value 1 1 1 1
-value 0 inf 0 0
-value 0 0 0 inf
-close
-)";
 
 // Sections of which nothing reaches the host, among those that it needs.
 static FldFile silent_sections_file()
@@ -328,27 +147,6 @@ static FldFile silent_sections_file()
     return file;
 }
 
-constexpr const char* tetrahedron_trace = R"(open
-options 0 0 1
-flag 0
-nodes 4
-boundary wall
-boundary inlet
-variable Pressure (P)
-peek
-time 0.5 flag 0
-read 1
-face 1 | 4 2 3
-face 2 | 1 3 2
-tet 0 7 0 0 | 1 2 3 4
-flag 0
-x 0 1 0 1
-y 0 0 1 1
-z 0 0 0 0
-value 1 -2 0.5 1e+30
-close
-)";
-
 // A results file with a further grid of its own, whose grid file is two places earlier in the
 // series. The grid file's results are reported, but the results file does not have them. Walls are
 // known of the paired grid only.
@@ -364,39 +162,6 @@ static std::vector<NamedFile> series_files()
             {"flow_0002.fld", empty_step},
             {"flow_0003.fld", with_keywords(step, {bias(), cycle(3, 0.75)})}};
 }
-
-constexpr const char* series_trace = R"(open
-options 0 0 1
-options 0 0 1
-flag 0
-nodes 4 4
-boundary wall
-boundary inlet
-variable T
-variable Pressure (P)
-peek
-time 0.75 flag 0
-read 1
-face 1 | 4 2 3
-face 2 | 1 3 2
-tet 0 7 0 0 | 1 2 3 4
-flag 0
-x 0 1 0 1
-y 0 0 1 1
-z 0 0 0 0
-value 4 3 2 1
-value inf inf inf inf
-read 2
-face 1 | 1 2 3
-tet 0 0 0 0 | 1 2 3 4
-flag 0
-x 0 1 0 1
-y 0 0 1 1
-z 0 0 0 0
-value 8 7 6 5
-value inf inf inf inf
-close
-)";
 
 // Cylindrical results without a grid of their own.
 static std::vector<NamedFile> cylindrical_pair()
@@ -415,6 +180,12 @@ static FldFile both_markers_file()
     return with_keywords(file, {markers, bias(), cycle(1, 0.5)});
 }
 
+// An expected trace, as a text file beside this one.
+static std::string trace_of(const std::string& name)
+{
+    return file_content(std::string(FLD_TRACES_DIRECTORY "/") + name + ".txt");
+}
+
 static std::string exchanged(std::string trace, const std::string& text, const std::string& by)
 {
     return trace.replace(trace.find(text), text.size(), by);
@@ -427,27 +198,27 @@ const std::vector<Dataset>& datasets()
     const Format doubles{.big_endian = true, .values_per_record = 2, .bias = -5, .precision = 8};
     const std::string options = "options 0 0 1\n";
     static const std::vector<Dataset> list = {
-        {"tetrahedron", {{"a.fld", tetrahedron_file()}}, tetrahedron_trace},
-        {"all_faces", {{"a.fld", all_faces_file()}}, all_faces_trace},
-        {"passed_over", {{"a.fld", passed_over_file()}}, passed_over_trace},
-        {"three_grids", {{"a.fld", three_grids_file()}}, three_grids_trace},
-        {"cylindrical", {{"a.fld", cylindrical_file()}}, cylindrical_trace},
-        {"undefined_values", {{"a.fld", undefined_values_file()}}, undefined_values_trace},
-        {"silent_sections", {{"a.fld", silent_sections_file()}}, tetrahedron_trace},
-        {"results_series", series_files(), series_trace},
+        {"tetrahedron", {{"a.fld", tetrahedron_file()}}, trace_of("tetrahedron")},
+        {"all_faces", {{"a.fld", all_faces_file()}}, trace_of("all_faces")},
+        {"passed_over", {{"a.fld", passed_over_file()}}, trace_of("passed_over")},
+        {"three_grids", {{"a.fld", three_grids_file()}}, trace_of("three_grids")},
+        {"cylindrical", {{"a.fld", cylindrical_file()}}, trace_of("cylindrical")},
+        {"undefined_values", {{"a.fld", undefined_values_file()}}, trace_of("undefined_values")},
+        {"silent_sections", {{"a.fld", silent_sections_file()}}, trace_of("tetrahedron")},
+        {"results_series", series_files(), trace_of("series")},
         {"cylindrical_pair",
          cylindrical_pair(),
-         exchanged(cylindrical_trace, options, options + options),
+         exchanged(trace_of("cylindrical"), options, options + options),
          {},
          {},
          short_subrecords},
         {"both_markers",
          {{"a.fld", both_markers_file()}},
-         exchanged(tetrahedron_trace, "1e+30", "inf"),
+         exchanged(trace_of("tetrahedron"), "1e+30", "inf"),
          {},
          {},
          short_records},
-        {"doubles", {{"a.fld", three_grids_file()}}, three_grids_trace, {}, {}, doubles},
+        {"doubles", {{"a.fld", three_grids_file()}}, trace_of("three_grids"), {}, {}, doubles},
     };
     return list;
 }

@@ -400,6 +400,13 @@ std::vector<Record> records_of(const std::string& bytes, bool big_endian)
 
 // ---- files on disk ----
 
+std::string file_content(const std::string& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    if (!stream) throw std::runtime_error("cannot read " + path);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 TemporaryDirectory::TemporaryDirectory()
 {
     std::string pattern = std::filesystem::temp_directory_path() / "fld_test_XXXXXX";

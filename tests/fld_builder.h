@@ -167,6 +167,8 @@ std::vector<Record> records_of(const std::string& bytes, bool big_endian);
 
 // ---- files on disk ----
 
+std::string file_content(const std::string& path);
+
 // A new directory that goes away with the object.
 class TemporaryDirectory
 {

@@ -2,7 +2,6 @@
 #include "datasets.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -14,12 +13,6 @@ struct ProgramRun {
     std::string out, err;
 };
 
-static std::string content(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 // Runs the program in a directory of its own with the table's datasets in it.
 class Program : public testing::Test
 {
@@ -30,7 +23,7 @@ protected:
         const std::string command = "cd " + directory_.path("") + " && " FLD_PROGRAM_PATH " " +
                                     arguments + " >" + out + " 2>" + err;
         const int status = system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(out), content(err)};
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, file_content(out), file_content(err)};
     }
     void write(const std::string& dataset_name) const
     {
