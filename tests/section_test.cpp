@@ -313,21 +313,6 @@ TEST(Header, keyword_groups)
               "value 1 inf 0.5 1e+30\n");
 }
 
-// A file that ends inside the header: after whole keyword groups the header is complete, and the
-// open fails for want of a grid; a short first record is no wrong magic.
-TEST(Header, ends_early)
-{
-    const std::string magic = FldBuilder().record("CRDL-FLD").bytes();
-    const std::string short_magic = FldBuilder().record("CRDL-FL").ints({4}).bytes();
-    for (const std::string& bytes : {magic, short_magic, FldBuilder().record("").bytes(),
-                                     FldBuilder().record("CRDL-FLD").record("123").bytes(),
-                                     FldBuilder().record("CRDL-FLD").ints({4}).bytes()}) {
-        const std::string missing = "out FLD file error: Bias value is missing.\n";
-        const bool complete = bytes.size() == magic.size() + 12;
-        EXPECT_EQ(run({{"a.fld", {}, bytes}}), "open\n" + (complete ? missing : "") + "flag 1\n");
-    }
-}
-
 // ---- regions and names ----
 
 TEST(RegionTypes, mark_walls)
