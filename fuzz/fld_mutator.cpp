@@ -3,7 +3,6 @@
 #include "input.h"
 
 #include <algorithm>
-#include <iterator>
 #include <random>
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
@@ -86,11 +85,10 @@ public:
     {
         using Mutation = void (Mutator::*)();
         static constexpr Mutation mutations[] = {
-            &Mutator::change_bytes,   &Mutator::change_bytes,  &Mutator::change_int,
-            &Mutator::change_int,     &Mutator::change_int,    &Mutator::change_records,
-            &Mutator::resize_arrays,  &Mutator::resize_arrays, &Mutator::resize_arrays,
-            &Mutator::rename_section, &Mutator::copy_section,  &Mutator::erase_section,
-            &Mutator::reframe};
+            &Mutator::change_bytes,  &Mutator::change_bytes,  &Mutator::change_int,
+            &Mutator::change_int,    &Mutator::change_int,    &Mutator::change_records,
+            &Mutator::resize_arrays, &Mutator::resize_arrays, &Mutator::resize_arrays,
+            &Mutator::copy_section,  &Mutator::erase_section, &Mutator::reframe};
         if (file_.records.empty()) return;
         (this->*mutations[below(std::size(mutations))])();
     }
@@ -192,39 +190,6 @@ private:
         std::string& count = file_.records[items[first].descriptor - 1];
         const auto number = [&](size_t n) { return encoded(file_, {static_cast<int32_t>(n)}); };
         if (count == number(old)) count = number(wanted);
-    }
-
-    void rename_section()
-    {
-        static constexpr const char* known[] = {"LS_CoordinateSystem",
-                                                "LS_Elements",
-                                                "LS_MatOfElements",
-                                                "LS_Nodes",
-                                                "LS_ALE",
-                                                "LS_RegionName&Type",
-                                                "LS_STREAMcoc",
-                                                "LS_SurfaceGeometry",
-                                                "LS_SurfaceGeometryArray",
-                                                "LS_VolumeGeometry",
-                                                "LS_VolumeGeometryArray",
-                                                "LS_Other",
-                                                "LS_Scalar:",
-                                                "LS_Scalar:P",
-                                                "LS_Vector:",
-                                                "LS_Vector:P",
-                                                "OverlapStart_0",
-                                                "OverlapStart_",
-                                                "OverlapEnd",
-                                                "HeaderDataEnd",
-                                                "Dimension",
-                                                "Bias",
-                                                "Cycle",
-                                                "Unused"};
-        const std::vector<size_t> names = find_names(file_);
-        const std::string name = fld_test::padded(known[below(std::size(known))], 32);
-        if (names.empty()) return;
-        if (below(3) == 0) return insert({name});
-        file_.records[names[below(names.size())]] = name;
     }
 
     void copy_section()
