@@ -38,6 +38,15 @@ static const std::map<std::string, std::string> open_calls = {
      "grid file: flow_0001.fld,results file: flow_0003.fld,grid file: flow_0003.fld,"
      "results file: flow_0003.fld,"}};
 
+static std::string message_of(int kind, const std::string& what)
+{
+    const std::string error = " error: not enough dynamic memory for ";
+    const std::string number = what.substr(0, what.size() - 1);
+    if (kind == OPEN) return "out Cannot open " + what;
+    if (isalpha(what[0])) return "out Data reader" + error + what + ".";
+    return "out FLD file" + error + number + (what.back() == 'i' ? " items" : " characters");
+}
+
 // The message of each call; empty when they were not worked out.
 static std::vector<std::string> messages_of(int kind, const std::string& dataset)
 {
@@ -46,12 +55,7 @@ static std::vector<std::string> messages_of(int kind, const std::string& dataset
     if (kind != ALLOCATION && kind != OPEN) return messages;
     std::istringstream list(calls.contains(dataset) ? calls.at(dataset) : "");
     for (std::string what; std::getline(list, what, ',');) {
-        const std::string begin = " error: not enough dynamic memory for ";
-        const std::string number = what.substr(0, what.size() - 1);
-        messages.push_back(kind == OPEN         ? "out Cannot open " + what
-                           : isalpha(what[0])   ? "out Data reader" + begin + what + "."
-                           : what.back() == 'i' ? "out FLD file" + begin + number + " items"
-                                                : "out FLD file" + begin + number + " characters");
+        messages.push_back(message_of(kind, what));
     }
     return messages;
 }
@@ -63,9 +67,10 @@ static testing::Matcher<std::string> is_known(int kind)
     const std::string unpaired =
         "|out Data reader error: unable to find grid file for results file: " + name;
     const std::string opening = "out Cannot open ((time step|grid|results) )?file: " + name;
+    const std::string memory = " error: not enough dynamic memory for ";
     const std::string known[CALL_KINDS] = {
-        "out Data reader error: not enough dynamic memory for [a-z ]+\\."
-        "|out FLD file error: not enough dynamic memory for [0-9]+ (items|characters)",
+        "out Data reader" + memory + "[a-z ]+\\.|out FLD file" + memory +
+            "[0-9]+ (items|characters)",
         "out (F|(Time step|Grid|Results) f)ile is not unformatted: " + name +
             "|out FLD file error: (Bias value is missing|[a-z ]+ data not found)\\."
             "|out Data reader error: number of grids exceeds limit of 4"
@@ -157,12 +162,13 @@ TEST_P(BatteryCalls, fail_at_every_place)
         host.hidden_prefix = directory.path("");
         EXPECT_EQ(host.visit(path), dataset.trace);
         const int64_t calls = host.counted().calls[kind];
-        const std::vector<std::string> messages = messages_of(kind, dataset.name);
-        EXPECT_TRUE(messages.empty() || calls == std::ssize(messages)) << dataset.name << calls;
+        std::vector<std::string> messages = messages_of(kind, dataset.name);
+        const bool are_known = !messages.empty();
+        EXPECT_TRUE(!are_known || calls == std::ssize(messages)) << dataset.name << calls;
+        messages.resize(static_cast<size_t>(calls));
         for (int64_t k = 0; k < (kind == READ ? 6 : 2) * calls; ++k, ++tried) {
             const FaultPlan plan{kind, k % calls + 1, k / calls % 2 == 1, FaultWay(k / calls / 2)};
-            const auto row = static_cast<size_t>(plan.first - 1);
-            const std::string message = row < messages.size() ? messages[row] : "";
+            const std::string& message = messages[static_cast<size_t>(plan.first - 1)];
             SCOPED_TRACE(dataset.name + ", " + std::to_string(k) + " of " + std::to_string(calls));
             if (message.ends_with(" exit.")) {
                 expect_end_of_process(host, path, plan);
@@ -173,7 +179,7 @@ TEST_P(BatteryCalls, fail_at_every_place)
                 continue;
             }
             const std::string first = expect_known(kind, host.visit(path, plan), dataset.trace);
-            EXPECT_TRUE(messages.empty() || first == message) << first << "\n" << message;
+            EXPECT_TRUE(!are_known || first == message) << first << "\n" << message;
             EXPECT_EQ(host.visit(path), dataset.trace) << "after a fault";
         }
     }
@@ -272,7 +278,7 @@ TEST(BatteryRecords, tell_a_failed_read_from_the_end_of_the_file)
     dup2(writer, before);
     std::string text(99999, ' ');
     EXPECT_EQ(nzn_read_chars(3, 99999, text.data()), 5);
-    EXPECT_EQ(nzn_seek(3, 2 * 100007), 0);
+    EXPECT_EQ(nzn_seek(3, 200014), 0);
     EXPECT_EQ(nzn_begin_record(3), 5);
     EXPECT_EQ(nzn_close_unit(3), 0);
     close(writer);

@@ -25,7 +25,7 @@ static std::string visit_within(FaultyHost& host, const std::string& path, declt
     EXPECT_EQ(getrlimit(kind, &before), 0);
     const rlimit lowered{static_cast<rlim_t>(limit), before.rlim_max};
     EXPECT_EQ(setrlimit(kind, &lowered), 0);
-    const std::string trace = host.visit(path);
+    std::string trace = host.visit(path);
     EXPECT_EQ(setrlimit(kind, &before), 0);
     return trace;
 }
@@ -119,7 +119,7 @@ TEST(BatteryLimits, work_grows_in_proportion)
             const std::string trace = host.visit(directory.write("a.fld", bytes));
             EXPECT_EQ(trace.find("flag 1"), std::string::npos) << what;
             counted[i] = host.counted();
-            const int64_t capacities = (8192 + 1024) * int64_t{4 * 80};
+            const int64_t capacities = int64_t{8192 + 1024} * 4 * 80;
             EXPECT_LE(counted[i].peak_bytes, 4 * std::ssize(bytes) + capacities + MEBIBYTE) << what;
         }
         const auto expect_proportion = [&, what = what](const char* of, int64_t once,
@@ -219,7 +219,7 @@ TEST(BatterySeries, ten_thousand_members_under_a_limit_of_16_open_files)
     const std::string trace = visit_within(host, directory.path(member(9999)), RLIMIT_NOFILE, 16);
     EXPECT_EQ(pick(trace, {"out", "err", "flag", "value"}),
               "flag 0\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
-    EXPECT_LT(host.counted().peak_bytes, 10000 * 128 + MEBIBYTE);
+    EXPECT_LT(host.counted().peak_bytes, int64_t{10000} * 128 + MEBIBYTE);
 }
 
 // One more than the table holds: the last one that the directory lists is left out.
@@ -252,9 +252,9 @@ TEST(BatterySeries, names_at_the_limit)
     for (const size_t length : {1U, 236U, 237U, 238U, 248U}) {
         const std::string prefix(length, 'p'), name = prefix + "100.fld";
         (void)directory.write(prefix + "099.fld", build(tetrahedron_file()));
-        const std::string unpaired =
-            "out Data reader error: unable to find grid file for results file: " + name +
-            "\nerr \nerr ***ERROR: regcmp error \"^" + prefix + "[0-9][0-9]*\\.fld$\"\nflag 1\n";
+        std::string unpaired = "out Data reader error: unable to find grid file for results file: ";
+        unpaired.append(name).append("\nerr \nerr ***ERROR: regcmp error \"^").append(prefix);
+        unpaired += "[0-9][0-9]*\\.fld$\"\nflag 1\n";
         (void)directory.write(name, build(step));
         EXPECT_EQ(pick(host.visit(name), {"out", "err", "flag"}),
                   length <= 237 ? "flag 0\nflag 0\n" : unpaired);
