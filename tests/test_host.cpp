@@ -184,8 +184,8 @@ void TestHost::log_names(const char* what, const std::vector<char>& rows, int32_
         const std::string text = bytes.substr(0, bytes.find('\0'));
         const bool clean = bytes.find_first_not_of('\0', text.size()) == std::string::npos;
         const bool untouched = bytes == std::string(80, static_cast<char>(UNTOUCHED));
-        log(std::string(what) + " " +
-            (untouched ? "(untouched)" : text + (clean ? "" : " (not padded with NUL)")));
+        EXPECT_TRUE(clean || untouched) << what << " is not padded with NUL: " << text;
+        log(std::string(what) + " " + (untouched ? "(untouched)" : text));
     }
     if (count > written) log(std::string(what) + " count " + std::to_string(count));
 }
