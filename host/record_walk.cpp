@@ -52,7 +52,7 @@ static bool file_ends_inside(int64_t byte)
     }
     // All data read: then only the tail marker can be missing.
     constexpr int64_t marker_bytes = 4;
-    return status == NZN_END_OF_FILE || nzn_bytes_left(UNIT) < marker_bytes;
+    return status == NZN_END_OF_FILE || !nzn_can_hold(UNIT, marker_bytes);
 }
 
 static bool is_well_framed(int64_t byte)
@@ -185,7 +185,7 @@ private:
     {
         ++place_.record;
         place_.byte = next_byte_;
-        if (nzn_bytes_left(UNIT) == 0) throw Damage{early_end(place_)};
+        if (!nzn_can_hold(UNIT, 1)) throw Damage{early_end(place_)};
         if (nzn_begin_record(UNIT) == NZN_OK && read() == NZN_OK) {
             next_byte_ = nzn_tell(UNIT);
             if (next_byte_ >= 0) {

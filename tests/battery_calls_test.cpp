@@ -25,8 +25,7 @@ static const std::string tetrahedron = "32c,4c,32c,5c,32c,4c,5c,boundaries,bound
                                        "1i,1i,3i,5c,1i,1i,3i,1i,1i,1i,4i,32c,";
 static const std::map<std::string, std::string> memory_calls = {
     {"tetrahedron", all_lists + tetrahedron},
-    {"cylindrical_pair",
-     all_lists + "32c,exit,exit," + paired + "boundaries,variables,4i,1i,1i,1i,4i,32c,4i,4i,"},
+    {"cylindrical_pair", all_lists + "32c,exit,exit," + paired + "4i,1i,1i,1i,4i,32c,4i,4i,"},
     {"results_series", all_lists + "32c,32c,4c,4c,32c,boundaries,variables,exit,exit,exit," +
                            paired + tetrahedron + "4c,1i,1i,3i,1i,1i,1i,4i,32c,"}};
 // Which file cannot be opened.
@@ -130,19 +129,26 @@ static std::string expect_known(int kind, const std::string& trace, const std::s
     return first;
 }
 
-// The end of the process, seen from outside: this host's output is not captured.
+// Opens a file whose name is no string of ours, with nothing captured; gives the error flag.
+static int32_t open_directly(const FaultyHost& host, const char* path)
+{
+    const int32_t unit = 7, capacity = 8;
+    int32_t grids, nodes[8], boundaries, variables, flag = -1;
+    char rows[2][640];
+    host.library().registrations().readers[0].read_header(
+        path, nullptr, &unit, &capacity, &capacity, &capacity, &grids, nodes, &boundaries, rows[0],
+        nullptr, &variables, rows[1], &flag);
+    return flag;
+}
+
+// The end of the process, seen from outside.
 static void expect_end_of_process(FaultyHost& host, const std::string& path, const FaultPlan& plan)
 {
-    const auto open_uncaptured = [&] {
-        const int32_t unit = 7, capacity = 8;
-        int32_t grids, nodes[8], boundaries, variables, flag;
-        char rows[2][640];
+    const auto open_and_fail = [&] {
         host.plan(plan);
-        host.library().registrations().readers[0].read_header(
-            path.c_str(), nullptr, &unit, &capacity, &capacity, &capacity, &grids, nodes,
-            &boundaries, rows[0], nullptr, &variables, rows[1], &flag);
+        (void)open_directly(host, path.c_str());
     };
-    EXPECT_EXIT(open_uncaptured(), testing::ExitedWithCode(1),
+    EXPECT_EXIT(open_and_fail(), testing::ExitedWithCode(1),
                 "^ERROR: Out of memory - file \"src/readers/cradle/time_series_names_S\" line "
                 "519\n$");
 }
@@ -328,28 +334,68 @@ TEST(BatteryBoundary, callbacks_in_every_order)
     EXPECT_EQ(host.visit(good), datasets()[0].trace);
 }
 
-// The host may close the dataset while its cells are made: what is known by then still comes, and
-// what would have to be read fails.
-TEST(BatteryBoundary, closed_while_it_is_read)
+// ---- closed from inside a service ----
+
+static int calls_left; // of any service, before the one that closes the dataset
+static fld_host::CloseCallback close_dataset;
+
+static void count_call()
+{
+    if (--calls_left == 0) close_dataset();
+}
+static void count_registration(void* /*callback*/)
+{
+    count_call();
+}
+static void count_options(int /*first*/, int /*second*/, unsigned char /*third*/)
+{
+    count_call();
+}
+
+// A callback whose dataset is closed by the host's own service ends with its error flag set. Only
+// when the close callback is registered for the first time is there nothing to close.
+TEST(BatteryBoundary, closed_from_inside_a_service)
 {
     const TemporaryDirectory directory;
+    const Dataset& series = *std::ranges::find(datasets(), "results_series", &Dataset::name);
+    const std::string path = write_files(directory, series.files);
     FaultyHost host;
-    for (const size_t count : {1U, 30000U}) {
-        FldFile file = tetrahedron_file();
-        file = replaced(file, elements(std::vector<Element>(count, {TETRAHEDRON, {0, 1, 2, 3}})));
-        file = replaced(file, materials(std::vector<int32_t>(count, 1)));
-        host.open(directory.write("a.fld", build(file)));
-        host.take_trace();
-        int created = 0; // two faces come before the first cell
-        host.on_create = [&] {
-            if (++created == 3) host.library().registrations().close_file();
-        };
-        host.read(1);
-        EXPECT_EQ(pick(host.take_trace(), {"out", "err", "flag", "value"}),
-                  count == 1 ? "flag 0\nvalue inf inf inf inf\n" : "flag 1\n");
-        host.on_create = [] {};
-        EXPECT_EQ(run(host, datasets()[0]), datasets()[0].trace);
+    EXPECT_EQ(host.visit(path), series.trace);
+    close_dataset = host.library().registrations().close_file;
+    void* const registration = reinterpret_cast<void*>(&count_registration);
+    EXPECT_EQ(host.library().set_func(registration, "register_user_close_file"), 1);
+    EXPECT_EQ(host.library().set_func(registration, "register_user_peek_time"), 1);
+    EXPECT_EQ(host.library().set_func(reinterpret_cast<void*>(&count_options), "ReaderSetOptions"),
+              1);
+    host.on_create = count_call;
+    // Two registrations and the options for either file; two faces and a cell of either grid.
+    for (int call = 1; call <= 6 + 3 + 2; ++call) {
+        calls_left = call;
+        const std::string good = "flag 0\n", failed = "flag 1\n";
+        EXPECT_EQ(pick(host.visit(path), {"flag", "out"}),
+                  call <= 2   ? good + good + good
+                  : call <= 6 ? failed
+                  : call <= 9 ? good + failed + "out Cannot open grid file: \n" + failed
+                              : good + good + failed)
+            << call;
     }
+    calls_left = 0;
+    EXPECT_EQ(events(host.visit(path)), events(series.trace));
+}
+
+TEST(BatteryBoundary, a_null_name_cannot_be_opened)
+{
+    FaultyHost host;
+    host.call([&] { EXPECT_EQ(open_directly(host, nullptr), 1); });
+    host.call([&] {
+        float time = -1;
+        int32_t flag = -1;
+        const auto peek = host.library().registrations().peek_time;
+        peek(nullptr, nullptr, nullptr, nullptr, &time, &flag);
+        EXPECT_EQ(time, 0);
+        EXPECT_EQ(flag, 1);
+    });
+    EXPECT_EQ(host.take_trace(), "out Cannot open file: \nout Cannot open time step file: \n");
 }
 
 TEST(BatteryBoundary, a_thousand_visits_hold_nothing)

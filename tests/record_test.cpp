@@ -8,6 +8,7 @@
 #include <limits>
 #include <numeric>
 #include <optional>
+#include <sstream>
 
 namespace fld_test
 {
@@ -152,7 +153,7 @@ TEST_F(Records, fail_on_a_unit_that_is_not_open)
     EXPECT_EQ(nzn_read_int32(UNIT, 0, &number), 5);
     EXPECT_EQ(nzn_skip_bytes(UNIT, 0), 5);
     EXPECT_EQ(nzn_take_records(UNIT, 4, 1, 1, &number), 0);
-    EXPECT_EQ(nzn_bytes_left(UNIT), 0);
+    EXPECT_FALSE(nzn_can_hold(UNIT, 0));
     EXPECT_EQ(nzn_return(UNIT, nzn_mark(UNIT)), 5);
     EXPECT_FALSE(nzn_is_within_file(UNIT));
     EXPECT_EQ(nzn_close_unit(UNIT), 0);
@@ -272,14 +273,15 @@ TEST_F(Records, can_be_found_again)
         const int64_t size = std::ssize(b.bytes());
         EXPECT_EQ(nzn_tell(UNIT), second);
         EXPECT_EQ(nzn_tell(UNIT), second);
-        EXPECT_EQ(nzn_bytes_left(UNIT), size - second);
+        EXPECT_TRUE(nzn_can_hold(UNIT, size - second));
+        EXPECT_FALSE(nzn_can_hold(UNIT, size - second + 1));
         EXPECT_EQ(next_ints(1), Ints{1});
         EXPECT_EQ(nzn_skip_record(UNIT), 0);
         EXPECT_EQ(next_ints(1), Ints{2});
         EXPECT_EQ(nzn_tell(UNIT), size);
         EXPECT_EQ(nzn_begin_record(UNIT), 4);
         EXPECT_EQ(nzn_seek(UNIT, size + 5000), 0);
-        EXPECT_EQ(nzn_bytes_left(UNIT), 0);
+        EXPECT_FALSE(nzn_can_hold(UNIT, 0));
         EXPECT_EQ(nzn_seek(UNIT, second), 0);
         EXPECT_EQ(next_ints(1), Ints{1});
         EXPECT_EQ(nzn_seek(UNIT, 0), 0);
@@ -288,7 +290,63 @@ TEST_F(Records, can_be_found_again)
     }
 }
 
+// A file may be longer by the time that it is asked what it holds.
+TEST_F(Records, may_be_added_while_they_are_read)
+{
+    const std::string bytes = good_records(2).bytes();
+    ASSERT_EQ(open(bytes.substr(0, 12)), 0);
+    EXPECT_EQ(next_ints(1), Ints{0});
+    EXPECT_FALSE(nzn_can_hold(UNIT, 5));
+    EXPECT_EQ(nzn_begin_record(UNIT), 4);
+    std::ofstream(directory_.path("records"), std::ios::app) << bytes.substr(12);
+    EXPECT_TRUE(nzn_can_hold(UNIT, 12));
+    EXPECT_FALSE(nzn_file_ended(UNIT));
+    EXPECT_EQ(nzn_seek(UNIT, 12), 0);
+    EXPECT_EQ(next_ints(1), Ints{1});
+    EXPECT_EQ(nzn_tell(UNIT), 24);
+    EXPECT_TRUE(nzn_file_ended(UNIT));
+}
+
 // ---- damage behind a good start ----
+
+// Each word is a call and what it gives: begin, skip, tell, read 4 characters, seek to a place.
+TEST_F(Records, keep_their_place_when_a_call_fails)
+{
+    const FldBuilder b;
+    const std::string good = good_records(10).bytes(); // 120 bytes
+    const std::string four = b.encoded(4, 4), hundred = b.encoded(100, 4);
+    const struct {
+        const char* name;
+        std::string bytes;
+        const char* calls;
+    } cases[] = {
+        {"no record follows, and none was begun", "", "seek120=0 begin=4 tell=120 begin=4"},
+        {"none follows the last", "", "seek108=0 begin=0 begin=4 tell=-1 begin=4"},
+        {"none can be skipped", "", "seek120=0 skip=4 tell=120 seek108=0 skip=0 skip=4 tell=-1"},
+        {"half a head marker", "xy", "seek120=0 begin=4 tell=122"},
+        {"data cut: not passed, not counted", hundred + "da", "seek120=0 skip=5 begin=4 tell=-1"},
+        {"continuation missing", b.encoded(-4, 4) + "data" + four,
+         "seek120=0 begin=0 read=0 read=4 tell=-1 begin=4"},
+        {"continuation missing, skipped", b.encoded(-4, 4) + "data" + four,
+         "seek120=0 skip=4 tell=-1"},
+        {"a short way beyond the end", "", "seek130=5 tell=120 seek0=0 seek130=5 tell=120"},
+        {"a long way beyond the end", "", "seek9999=0 tell=9999 begin=4 seek0=0 begin=0"},
+    };
+    for (const auto& c : cases) {
+        ASSERT_EQ(open(good + c.bytes), 0);
+        std::istringstream calls(c.calls);
+        for (std::string call; calls >> call;) {
+            char text[4];
+            const std::string name = call.substr(0, call.find('='));
+            const int64_t result = name == "begin"  ? nzn_begin_record(UNIT)
+                                   : name == "skip" ? nzn_skip_record(UNIT)
+                                   : name == "tell" ? nzn_tell(UNIT)
+                                   : name == "read" ? nzn_read_chars(UNIT, 4, text)
+                                                    : nzn_seek(UNIT, std::stoll(name.substr(4)));
+            EXPECT_EQ(name + "=" + std::to_string(result), call) << c.name << ": " << c.calls;
+        }
+    }
+}
 
 TEST_F(Records, fail_where_the_damage_begins)
 {

@@ -69,6 +69,23 @@ TEST(NameLists, hold_a_vector_whole_or_not_at_all)
     // neither does the scalar, which comes fifth among that grid's names.
     EXPECT_EQ(read(2), "flag 0\n" + p + reads + p_values + "flag 0\n" + missing);
     EXPECT_EQ(read(1), read(2));
+    // What is left of the host's rows takes a part of the second grid's vector, without values.
+    EXPECT_EQ(read(3), "flag 0\n" + p + "variable U (x-component); U\nvariable U (y-component)\n" +
+                           reads + p_values + missing + missing + "flag 0\n" + missing + missing +
+                           missing);
+}
+
+// A component whose name an earlier grid took for a scalar is not named again. The scalar keeps its
+// values, and the others, a part of a vector, have none.
+TEST(NameLists, are_merged_name_by_name)
+{
+    const FldFile file{{grid_of({scalar("U (y-component)", "", {1, 2, 3, 4})}),
+                        grid_of({vector("U", "", numbered), scalar("T", "", ones)})}};
+    const std::string none = std::string(missing) + missing;
+    EXPECT_EQ(values_of({{"a.fld", file}}),
+              "variable U (y-component)\nvariable U (x-component); U\nvariable U (z-component)\n"
+              "variable T\nvalue 1 2 3 4\n" +
+                  none + missing + missing + none + "value 1 1 1 1\n");
 }
 
 // A paired grid file without nodes of its own in the results file: what the results file says of
@@ -96,6 +113,15 @@ TEST(Pairing, passes_over_further_grids_of_the_grid_file)
     EXPECT_EQ(opened({{"s1.fld", grids}, {"s2.fld", results}}, {"nodes", "boundary", "flag"},
                      {.grid_capacity = 1}),
               "flag 0\nnodes 4\nboundary wall\nboundary inlet\nflag 0\n");
+}
+
+// What only the grid file names has no values, even if the results file has a section of its name.
+TEST(Pairing, takes_values_from_the_results_file_alone)
+{
+    const FldFile grid{{grid_of({scalar("P", "Static", ones)})}};
+    const FldFile results{{{coordinate_system(0), scalar("P", "Total", {1, 2, 3, 4})}}};
+    EXPECT_EQ(values_of({{"s1.fld", grid}, {"s2.fld", results}}),
+              std::string("variable Total (P)\nvariable Static (P)\nvalue 1 2 3 4\n") + missing);
 }
 
 // The base of the node numbers and the unused-value markers are those of the grid file.

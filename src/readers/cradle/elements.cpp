@@ -1,9 +1,9 @@
 #include "readers/cradle/elements.h"
 
+#include "readers/cradle/array_windows.h"
 #include "readers/cradle/dataset_state.h"
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/host_services.h"
-#include "readers/cradle/int_window.h"
 #include "readers/cradle/item_reads.h"
 
 #include <algorithm>
@@ -101,7 +101,8 @@ static bool create_cell(const ElementType& type, const int32_t* file_nodes, uint
             static_cast<int32_t>(static_cast<uint32_t>(file_nodes[type.host_order[k]]) + shift);
     }
     if (walls.next != walls.end) flag_wall_faces(type, nodes, walls, face_flags);
-    if (type.create(face_flags, nodes)) return true;
+    const int64_t times_freed = dataset_state.times_freed;
+    if (type.create(face_flags, nodes)) return dataset_state.times_freed == times_freed;
     print_diagnostic("Data reader error: not enough dynamic memory for cells.\n");
     return false;
 }

@@ -2,6 +2,7 @@
 
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/item_reads.h"
+#include "readers/cradle/item_records.h"
 #include "ui/util/nzn_io.h"
 
 #include <cstring>
@@ -47,37 +48,37 @@ static bool read_dimension(int32_t unit)
 static bool read_cycle(int32_t unit, float* time)
 {
     int32_t cycle = 0;
-    int32_t element_size = 0;
-    int32_t per_record = 0;
-    int32_t record_count = 0;
-    if (!read_int_item(unit, &cycle)) return false;
-    if (!read_item_descriptor(unit, &element_size, &per_record, &record_count)) return false;
-    if (per_record != 1 || record_count != 1 || nzn_begin_record(unit) != NZN_OK) return false;
-    if (element_size == 4) return nzn_read_float32(unit, 1, time) == NZN_OK;
+    ItemDescriptor item{};
+    if (!read_int_item(unit, &cycle) || !read_item_descriptor(unit, &item)) return false;
+    if (item.per_record != 1 || item.record_count != 1) return false;
+    if (nzn_begin_record(unit) != NZN_OK) return false;
+    if (item.element_size == 4) return nzn_read_float32(unit, 1, time) == NZN_OK;
     double wide_time = 0;
-    if (element_size != 8 || nzn_read_float64(unit, 1, &wide_time) != NZN_OK) return false;
+    if (item.element_size != 8 || nzn_read_float64(unit, 1, &wide_time) != NZN_OK) return false;
     *time = static_cast<float>(wide_time);
     return true;
+}
+
+static bool is_single(const ItemDescriptor& item, int32_t element_size)
+{
+    return item.element_size == element_size && item.per_record == 1 && item.record_count == 1;
 }
 
 // The float32 marker and, when it is there, the float64 marker. The group ends with its end
 // record, which a group without the second marker has in that marker's place.
 static bool read_unused(int32_t unit, float* unused_float, double* unused_double)
 {
-    int32_t element_size = 0;
-    int32_t per_record = 0;
-    int32_t record_count = 0;
-    if (!read_item_descriptor(unit, &element_size, &per_record, &record_count)) return false;
-    if (element_size != 4 || per_record != 1 || record_count != 1) return false;
+    ItemDescriptor item{};
+    if (!read_item_descriptor(unit, &item) || !is_single(item, 4)) return false;
     if (nzn_begin_record(unit) != NZN_OK) return false;
     if (nzn_read_float32(unit, 1, unused_float) != NZN_OK) return false;
 
-    if (!read_item_descriptor(unit, &element_size, &per_record, &record_count)) return false;
-    if (element_size == 0 && per_record == 0 && record_count == 0) {
+    if (!read_item_descriptor(unit, &item)) return false;
+    if (is_end_record(item)) {
         *unused_double = static_cast<double>(*unused_float);
         return true;
     }
-    if (element_size != 8 || per_record != 1 || record_count != 1) return false;
+    if (!is_single(item, 8)) return false;
     if (nzn_begin_record(unit) != NZN_OK) return false;
     return nzn_read_float64(unit, 1, unused_double) == NZN_OK && read_item_end(unit);
 }

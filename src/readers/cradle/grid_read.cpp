@@ -1,6 +1,6 @@
 #include "readers/cradle/grid_read.h"
 
-#include "readers/cradle/dataset_open.h"
+#include "readers/cradle/dataset_files.h"
 #include "readers/cradle/dataset_state.h"
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/elements.h"

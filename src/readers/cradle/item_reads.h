@@ -1,13 +1,10 @@
-// Items: how an FLD file carries values. An item is a descriptor record of three int32
-// (element_size, per_record, record_count) and record_count data records, all but the last of them
-// full. A descriptor of three zeros, the end record, closes every list of items.
+// Items read whole: single integers, texts and arrays; and lists of them passed over.
 //
 // The reads return true on success. Unless a message is named they fail silently: the caller knows
 // what the item was for. Arrays and texts handed out belong to the caller, also after a failure.
 #pragma once
 
 #include "readers/cradle/heap_array.h"
-#include "ui/util/nzn_io.h"
 
 #include <cstdint>
 
@@ -18,9 +15,6 @@ void trim_text(char* text, int32_t length);
 // Begins the next record and reads the 32 characters of a keyword or section name, trimmed.
 [[nodiscard]] bool read_name_record(int32_t unit, char (&name)[33]);
 
-[[nodiscard]] bool read_item_descriptor(int32_t unit, int32_t* element_size, int32_t* per_record,
-                                        int32_t* record_count);
-
 // True only if the next record is an end record.
 [[nodiscard]] bool read_item_end(int32_t unit);
 
@@ -29,10 +23,6 @@ void trim_text(char* text, int32_t length);
 
 // Counts and lengths up to this one are believed whatever the file can hold: they cost little.
 constexpr int32_t SMALL_LENGTH = 65536;
-
-// Whether the rest of the file can hold so many values. Memory is asked for, and touched, only for
-// what the file can back: a count that it cannot back leads to a failed read in any case.
-[[nodiscard]] bool file_can_hold(int32_t unit, int32_t count, int32_t element_size);
 
 // An item of exactly one int32.
 [[nodiscard]] bool read_int_item(int32_t unit, int32_t* value);
@@ -64,40 +54,10 @@ struct FixedString {
 // `count` int32 into `storage`, or passed over when that is null.
 [[nodiscard]] bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage);
 
-// The same as read_int_array_item, into a new array. Prints when its memory cannot be had.
+// The same as read_int_array_item, into a new array. Prints when there is no memory for it.
 [[nodiscard]] bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array);
 
 // `count` reals of either size as floats into `values`, which the caller owns; passed over when
 // that is null. Values equal to the dataset's unused-value markers become +infinity. 8-byte values
 // are read only once the item is known to be whole; prints when there is no memory to convert them.
 [[nodiscard]] bool read_real_array_item(int32_t unit, int32_t count, float* values);
-
-// An array that was passed over, so that whatever is wrong with it has shown, and whose values are
-// read later on, a few at a time: fresh memory for all of them would cost more than reading them.
-struct PassedItem {
-    int32_t unit;
-    int32_t element_size; // bytes
-    int32_t per_record;   // values in a full record
-    int32_t unread;       // values of the item that were not read yet
-    int32_t record_left;  // values of the record at the mark that were not read yet
-    RecordMark mark;      // where reading goes on
-};
-[[nodiscard]] bool pass_int_array_item(int32_t unit, int32_t count, PassedItem* item);
-
-// Reads the next values as they are stored. The unit is left where it stood.
-[[nodiscard]] bool read_passed(PassedItem* item, int32_t count, void* values);
-
-// An array of reals of either size, passed over, and room for some of its values.
-struct RealWindow {
-    PassedItem item;
-    HeapArray<double> values;
-    int32_t capacity;
-};
-// Prints when there is no memory for the window.
-[[nodiscard]] bool open_real_window(int32_t unit, int32_t count, RealWindow* window);
-
-// Reads the next values into the window, at most its capacity; marked ones become +infinity.
-[[nodiscard]] bool fill_real_window(RealWindow* window, int32_t count);
-
-// The one line for an array of values whose memory cannot be had.
-void print_no_memory_for_items(int32_t count);

@@ -2,8 +2,10 @@
 
 #include "readers/cradle/diagnostics.h"
 
-#include <bit>
+#include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <utility>
 
 void append_name_row(const char* name, int32_t capacity, int32_t* count, char* rows)
 {
@@ -26,49 +28,46 @@ size_t trim_name_row(const char* row, size_t length, char (&text)[NAME_ROW_LENGT
 
 // ---- sets of rows ----
 
-static uint32_t hash_row(const char* row)
+static const char* row_at(const RowSet& set, int32_t number)
 {
-    uint64_t hash = 0;
-    for (int32_t at = 0; at < NAME_ROW_LENGTH; at += 8) {
-        uint64_t word = 0;
-        memcpy(&word, row + at, sizeof word);
-        hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
-        hash ^= hash >> 29;
-    }
-    return static_cast<uint32_t>(hash >> 32);
-}
-
-// The slot that holds an equal row, or the free slot where it belongs. There always is one: the
-// table has at least twice as many slots as the list has rows.
-static uint32_t find_slot(const RowSet& set, const char* row)
-{
-    uint32_t slot = hash_row(row) & set.slot_mask;
-    while (set.slots[slot] != 0 &&
-           memcmp(set.rows + (set.slots[slot] - 1) * set.stride, row, NAME_ROW_LENGTH) != 0) {
-        slot = (slot + 1) & set.slot_mask;
-    }
-    return slot;
+    return set.rows + number * set.stride;
 }
 
 bool make_row_set(const char* rows, ptrdiff_t stride, int32_t capacity, RowSet* set)
 {
-    if (capacity > INT32_MAX / 4) return false;
-    const uint32_t slot_count = std::bit_ceil(2 * static_cast<uint32_t>(capacity) + 1);
-    *set = {rows, stride, 0, zeroed_heap_array<int32_t>(slot_count), slot_count - 1};
-    return set->slots != nullptr;
+    *set = {rows, stride, 0, heap_array<int32_t>(int64_t{2} * capacity), nullptr, nullptr};
+    if (!set->memory) return false;
+    set->order = set->memory.get();
+    set->spare = set->order + capacity;
+    return true;
 }
 
 void enter_rows(int32_t end, RowSet* set)
 {
-    for (; set->count < end; ++set->count) {
-        const uint32_t slot = find_slot(*set, set->rows + set->count * set->stride);
-        if (set->slots[slot] == 0) set->slots[slot] = set->count + 1;
-    }
+    if (end <= set->count) return;
+    const auto stands_before = [set](int32_t a, int32_t b) {
+        const int order = memcmp(row_at(*set, a), row_at(*set, b), NAME_ROW_LENGTH);
+        return order != 0 ? order < 0 : a < b;
+    };
+    int32_t* const known = set->order;
+    int32_t* const added = known + set->count;
+    std::iota(added, known + end, set->count);
+    std::sort(added, known + end, stands_before);
+    std::merge(known, added, added, known + end, set->spare, stands_before);
+    std::swap(set->order, set->spare);
+    set->count = end;
 }
 
 int32_t find_row(const RowSet& set, const char* row)
 {
-    return set.slots[find_slot(set, row)] - 1;
+    const int32_t* const begin = set.order;
+    const int32_t* const end = begin + set.count;
+    const int32_t* const found =
+        std::lower_bound(begin, end, row, [&set](int32_t number, const char* wanted) {
+            return memcmp(row_at(set, number), wanted, NAME_ROW_LENGTH) < 0;
+        });
+    const bool is_there = found != end && memcmp(row_at(set, *found), row, NAME_ROW_LENGTH) == 0;
+    return is_there ? *found : -1;
 }
 
 void print_no_memory_for_boundaries()

@@ -22,14 +22,15 @@ size_t trim_name_row(const char* row, size_t length, char (&text)[NAME_ROW_LENGT
     return rows + static_cast<ptrdiff_t>(index) * NAME_ROW_LENGTH;
 }
 
-// Finds rows by their 80 bytes, without comparing each: lists may be long, and are searched for
-// every name of every grid. Of equal rows the first stands for all.
+// Finds rows by their 80 bytes, in a time that grows with the logarithm of their number whatever
+// they hold: lists may be long, and are searched for every name of every grid.
 struct RowSet {
-    const char* rows;         // the list; belongs to the caller
-    ptrdiff_t stride;         // bytes from row to row
-    int32_t count;            // rows entered so far
-    HeapArray<int32_t> slots; // a hash table of row numbers from 1; 0 where there is none
-    uint32_t slot_mask;
+    const char* rows;          // the list; belongs to the caller
+    ptrdiff_t stride;          // bytes from row to row
+    int32_t count;             // rows entered so far
+    HeapArray<int32_t> memory; // of the next two
+    int32_t* order;            // their numbers, ascending by the bytes of the rows, then by number
+    int32_t* spare;            // room to merge new ones into
 };
 
 // An empty set for rows 0 to `capacity` - 1 of a list; false when there is no memory for it.

@@ -1,5 +1,6 @@
 #include "readers/cradle/nodes.h"
 
+#include "readers/cradle/array_windows.h"
 #include "readers/cradle/dataset_state.h"
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/item_reads.h"

@@ -205,6 +205,12 @@ bool ends_grids(const char* name)
     return strcmp(name, "OverlapEnd") == 0;
 }
 
+bool first_grid_follows(int32_t unit)
+{
+    char name[SECTION_NAME_LENGTH + 1];
+    return read_name_record(unit, name) && strcmp(name, "OverlapStart_0") == 0;
+}
+
 bool scan_grid_sections(uint8_t mode, int32_t unit, int32_t grid, int32_t* node_count,
                         int32_t boundary_capacity, int32_t* boundary_count, char* boundary_names,
                         int32_t variable_capacity, int32_t* variable_count, char* variable_names,

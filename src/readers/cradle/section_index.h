@@ -14,6 +14,9 @@
 [[nodiscard]] bool opens_grid(const char* name);
 [[nodiscard]] bool ends_grids(const char* name);
 
+// Whether the next record is the name record that opens the first grid.
+[[nodiscard]] bool first_grid_follows(int32_t unit);
+
 // Walks one grid from the record after the name record that opened it, enters its sections into
 // the dataset's index and gathers its counts and names.
 // `mode`: 0 the file given to the header callback, 1 the grid file that belongs to it.

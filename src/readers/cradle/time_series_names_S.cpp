@@ -176,7 +176,8 @@ static bool compile_expression(const SeriesName& name, Expression* expression)
 
 // Ends the process when there is no memory for the path: the series could only be shown with a
 // hole in it.
-static void add_file(const char* path, int32_t number, int32_t* count)
+static void add_file(const char* path, int32_t number, const utf8wrap::FileStatus& status,
+                     int32_t* count)
 {
     const size_t size = strlen(path) + 1;
     TimeSeriesEntry& entry = TimeSeriesTable[*count];
@@ -188,6 +189,7 @@ static void add_file(const char* path, int32_t number, int32_t* count)
     }
     memcpy(entry.path.get(), path, size);
     entry.number = number;
+    entry.status = status;
     ++*count;
 }
 
@@ -203,7 +205,7 @@ static bool take_entry(const SeriesName& given, const Expression& expression, co
     if (!status.is_regular) return true;
     if (regexec(&expression.compiled, file_name, 0, nullptr, 0) != 0) return true;
     if (*count >= MAX_SERIES_FILES) return false;
-    add_file(path, series_number(file_name, given.form), count);
+    add_file(path, series_number(file_name, given.form), status, count);
     return true;
 }
 

@@ -9,18 +9,13 @@
 
 // ---- state ----
 
-struct RecordStream {
-    FILE* file;                   // owned; read by position alone, never through its own buffer
-    int32_t unit;                 // the number it was opened under
-    int64_t records_begun;        // since the open, tell or seek; 0: at a record boundary
-    int32_t reclen;               // bytes of the current sub-record
-    int64_t offset;               // bytes of the current record consumed, in all its sub-records
-    int32_t sub_reclen_remaining; // bytes of the current sub-record not yet consumed
-    bool continued;               // further sub-records of this record follow
-    bool swapped;                 // the file is big-endian
-    int64_t file_length;          // bytes, when it was opened
-    int64_t position;             // where the next byte is taken from
-    bool read_failed;             // the last read from the file did; otherwise it may have ended
+// An open file, and the place in it where it stands.
+struct RecordStream : RecordMark {
+    FILE* file;          // owned; read by position alone, never through its own buffer
+    int32_t unit;        // the number it was opened under
+    bool swapped;        // the file is big-endian
+    int64_t file_length; // bytes, when it was last asked for
+    bool read_failed;    // the last read from the file did; otherwise it may have ended
 };
 
 constexpr int32_t MAX_UNITS = 101;
@@ -115,16 +110,17 @@ static int64_t read_bytes(RecordStream* stream, void* to, int64_t count)
     return got;
 }
 
-// A short way is gone by reading, so that the end of the file is noticed; a long one without
-// looking.
-constexpr int64_t SHORT_SKIP = 4096;
+// Up to this many bytes are skipped by reading them, so that the end of the file shows; more are
+// skipped blindly, and only what is read behind them can show it.
+constexpr int64_t READ_TO_SKIP = 4096;
 
+// A skip that meets the end of the file stands there.
 static bool skip_forward(RecordStream* stream, int64_t count)
 {
     if (count > INT64_MAX - stream->position) return false;
-    if (count <= SHORT_SKIP && fill_window(stream, count) < count) return false;
-    stream->position += count;
-    return true;
+    const int64_t there = count <= READ_TO_SKIP ? fill_window(stream, count) : count;
+    stream->position += std::min(there, count);
+    return there >= count;
 }
 
 static bool move_to(RecordStream* stream, int64_t position)
@@ -217,11 +213,8 @@ static void stand_at_boundary(RecordStream* stream)
 static int32_t cross_subrecord(RecordStream* stream)
 {
     if (!stream->continued) return NZN_FAILURE;
-    int32_t status = check_tail_marker(stream);
-    if (status != NZN_OK) return status;
-    status = read_head_marker(stream);
-    if (status != NZN_OK) stand_at_boundary(stream);
-    return status;
+    const int32_t status = check_tail_marker(stream);
+    return status != NZN_OK ? status : read_head_marker(stream);
 }
 
 // Passes over what is left of the current record, up to its last tail marker.
@@ -242,9 +235,9 @@ static bool record_is_begun(const RecordStream* stream)
     return stream->records_begun > 0 || stream->offset > 0;
 }
 
+// The same and past that marker.
 static int32_t finish_record(RecordStream* stream)
 {
-    if (!record_is_begun(stream)) return NZN_OK;
     const int32_t status = finish_subrecords(stream);
     return status != NZN_OK ? status : check_tail_marker(stream);
 }
@@ -375,36 +368,41 @@ int32_t nzn_open_unit(int32_t unit, const char* path)
 
 // ---- records ----
 
-// Stands at the first byte of the next record's data.
-static int32_t begin_next_record(RecordStream* stream)
+// Goes to the first byte of the next record's data. The record does not count as begun yet: until
+// then a failure leaves the stream inside the record before it.
+static int32_t enter_next_record(RecordStream* stream)
 {
-    const int32_t status = finish_record(stream);
-    if (status != NZN_OK) return status;
-    const int64_t begun = stream->records_begun;
-    stand_at_boundary(stream);
-    const int32_t head_status = read_head_marker(stream);
-    if (head_status == NZN_OK) stream->records_begun = begun + 1;
-    return head_status;
+    int32_t status = record_is_begun(stream) ? finish_record(stream) : NZN_OK;
+    if (status == NZN_OK) status = read_head_marker(stream);
+    if (status == NZN_OK) stream->offset = 0;
+    return status;
 }
 
 int32_t nzn_begin_record(int32_t unit)
 {
     RecordStream* stream = find_unit(unit);
-    return stream ? begin_next_record(stream) : NZN_FAILURE;
+    if (!stream) return NZN_FAILURE;
+    const int32_t status = enter_next_record(stream);
+    if (status == NZN_OK) ++stream->records_begun;
+    return status;
 }
 
 int32_t nzn_skip_record(int32_t unit)
 {
     RecordStream* stream = find_unit(unit);
     if (!stream) return NZN_FAILURE;
-    const int32_t status = begin_next_record(stream);
-    return status != NZN_OK ? status : finish_subrecords(stream);
+    int32_t status = enter_next_record(stream);
+    if (status == NZN_OK) status = finish_subrecords(stream);
+    if (status == NZN_OK) ++stream->records_begun;
+    return status;
 }
 
 int64_t nzn_tell(int32_t unit)
 {
     RecordStream* stream = find_unit(unit);
-    if (!stream || finish_record(stream) != NZN_OK) return -1;
+    // A skip that failed left data to be passed over of a record that does not count as begun.
+    if (!stream || finish_subrecords(stream) != NZN_OK) return -1;
+    if (record_is_begun(stream) && check_tail_marker(stream) != NZN_OK) return -1;
     stand_at_boundary(stream);
     return stream->position;
 }
@@ -417,10 +415,31 @@ int32_t nzn_seek(int32_t unit, int64_t position)
     return NZN_OK;
 }
 
-int64_t nzn_bytes_left(int32_t unit)
+// A file may still be written to: only an end that was asked for just now refuses anything.
+static bool file_reaches(RecordStream* stream, int64_t end)
+{
+    if (end <= stream->file_length) return true;
+    stream->file_length = utf8wrap::file_length(stream->file);
+    return end <= stream->file_length;
+}
+
+bool nzn_can_hold(int32_t unit, int64_t count)
+{
+    RecordStream* stream = find_unit(unit);
+    return stream && count <= INT64_MAX - stream->position &&
+           file_reaches(stream, stream->position + count);
+}
+
+bool nzn_is_within_file(int32_t unit)
+{
+    RecordStream* stream = find_unit(unit);
+    return stream && file_reaches(stream, stream->position);
+}
+
+bool nzn_file_ended(int32_t unit)
 {
     const RecordStream* stream = find_unit(unit);
-    return stream ? std::max<int64_t>(0, stream->file_length - stream->position) : 0;
+    return stream && !stream->read_failed && !nzn_can_hold(unit, 1);
 }
 
 // ---- record contents ----
@@ -453,23 +472,24 @@ FOR_EVERY_PROCESSOR static bool holds_value(const void* data, int64_t count, uin
     return equal != 0;
 }
 
-// What is done with values as soon as they are read.
-static void look_at_values(const RecordStream* stream, void* data, int64_t element_size,
-                           int64_t count, ValueSearch* search)
+// What is done with values as soon as they are read: they get the byte order of the processor, and
+// are searched.
+static void convert_and_search(const RecordStream* stream, void* data, int64_t element_size,
+                               int64_t count, ValueSearch* search)
 {
     if (stream->swapped) reverse_bytes(data, element_size, count);
     if (search && !search->found) search->found = holds_value(data, count, search->bits);
 }
 
-// Elements that are read at a time, few enough to be in the processor's cache when they are looked
-// at.
-constexpr int64_t LOOKED_AT_A_TIME = 32768;
+// Elements that are read at a time, few enough to be still in the processor's cache when they are
+// converted.
+constexpr int64_t CONVERTED_AT_A_TIME = 32768;
 
-static int32_t read_and_look(RecordStream* stream, int64_t element_size, int64_t count,
-                             unsigned char* destination, ValueSearch* search)
+static int32_t read_and_convert(RecordStream* stream, int64_t element_size, int64_t count,
+                                unsigned char* destination, ValueSearch* search)
 {
-    for (int64_t at = 0; at < count; at += LOOKED_AT_A_TIME) {
-        const int64_t n = std::min(LOOKED_AT_A_TIME, count - at);
+    for (int64_t at = 0; at < count; at += CONVERTED_AT_A_TIME) {
+        const int64_t n = std::min(CONVERTED_AT_A_TIME, count - at);
         unsigned char* const to = destination + at * element_size;
         const int32_t status = read_across_subrecords(stream, to, element_size, n);
         if (status != NZN_OK) {
@@ -477,7 +497,7 @@ static int32_t read_and_look(RecordStream* stream, int64_t element_size, int64_t
             if (stream->swapped) reverse_bytes(destination, element_size, at);
             return status;
         }
-        look_at_values(stream, to, element_size, n, search);
+        convert_and_search(stream, to, element_size, n, search);
     }
     return NZN_OK;
 }
@@ -491,7 +511,7 @@ static int32_t read_elements(int32_t unit, int64_t element_size, int64_t count, 
     if (count > INT64_MAX / element_size) return NZN_FAILURE;
     auto* const to = static_cast<unsigned char*>(destination);
     return search || (stream->swapped && element_size > 1)
-               ? read_and_look(stream, element_size, count, to, search)
+               ? read_and_convert(stream, element_size, count, to, search)
                : read_across_subrecords(stream, to, element_size, count);
 }
 
@@ -529,6 +549,8 @@ int32_t nzn_skip_bytes(int32_t unit, int64_t count)
 }
 
 // ---- runs of short records ----
+
+constexpr int64_t LONGEST_SHORT_RECORD = 4096; // bytes; many of them stand in the window
 
 // One record of `length` bytes on from where the current one's data ends: its tail, the next head
 // and the data. Null when they do not stand in the window or the markers are others than expected.
@@ -604,7 +626,7 @@ int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
 {
     RecordStream* stream = find_unit(unit);
     const int64_t length = element_size * per_record;
-    if (!stream || length < 1 || length > SHORT_SKIP) return 0;
+    if (!stream || length < 1 || length > LONGEST_SHORT_RECORD) return 0;
     if (stream->continued || stream->sub_reclen_remaining > 0) return 0;
     uint32_t marker = static_cast<uint32_t>(length);
     if (stream->swapped) marker = reversed(marker);
@@ -613,7 +635,7 @@ int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
     while (taken < record_count) {
         unsigned char* const to = destination ? destination_bytes + taken * length : nullptr;
         const int64_t here = take_from_window(stream, length, marker, record_count - taken, to);
-        if (to) look_at_values(stream, to, element_size, here * per_record, search);
+        if (to) convert_and_search(stream, to, element_size, here * per_record, search);
         taken += here;
         if (here == 0 && (fill_window(stream, 8 + length) < 8 + length ||
                           !next_record_data(stream, length, marker))) {
@@ -629,25 +651,13 @@ RecordMark nzn_mark(int32_t unit)
 {
     const RecordStream* stream = find_unit(unit);
     if (!stream) return {};
-    return {stream->position, stream->records_begun,        stream->offset,
-            stream->reclen,   stream->sub_reclen_remaining, stream->continued};
+    return *stream;
 }
 
 int32_t nzn_return(int32_t unit, const RecordMark& mark)
 {
     RecordStream* stream = find_unit(unit);
     if (!stream) return NZN_FAILURE;
-    stream->position = mark.position;
-    stream->records_begun = mark.records_begun;
-    stream->offset = mark.offset;
-    stream->reclen = mark.reclen;
-    stream->sub_reclen_remaining = mark.sub_reclen_remaining;
-    stream->continued = mark.continued;
+    static_cast<RecordMark&>(*stream) = mark;
     return NZN_OK;
-}
-
-bool nzn_is_within_file(int32_t unit)
-{
-    const RecordStream* stream = find_unit(unit);
-    return stream && stream->position <= stream->file_length;
 }

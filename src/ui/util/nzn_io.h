@@ -26,7 +26,8 @@ constexpr int32_t NZN_NOT_UNFORMATTED = 2;
 // 0 closed or not open; 5 when closing the stream failed (the unit is free all the same).
 int32_t nzn_close_unit(int32_t unit);
 
-// Begins the next record; what is left of the current one is passed over and its tail checked.
+// Begins the next record; what is left of the current one is passed over and its tail checked. One
+// that cannot be begun leaves the current one as it is, with all of it consumed.
 [[nodiscard]] int32_t nzn_begin_record(int32_t unit);
 
 // Passes over the whole next record. Its last tail marker is checked by the next begin.
@@ -39,9 +40,16 @@ int32_t nzn_close_unit(int32_t unit);
 // Moves to an offset that nzn_tell gave, or to 0: 0 or 5.
 [[nodiscard]] int32_t nzn_seek(int32_t unit, int64_t position);
 
-// Bytes between the current position and the end that the file had when it was opened: no count
-// read from the file can stand for more. 0 when the unit is not open.
-[[nodiscard]] int64_t nzn_bytes_left(int32_t unit);
+// Whether so many bytes stand between the current position and the end of the file: no count read
+// from it can stand for more. The file may grow while it is read; it is asked anew before the
+// answer is no.
+[[nodiscard]] bool nzn_can_hold(int32_t unit, int64_t count);
+
+// Whether all that was passed over so far lies within the file: long skips do not look.
+[[nodiscard]] bool nzn_is_within_file(int32_t unit);
+
+// Whether nothing stands behind the current position, and the system did not fail to read there.
+[[nodiscard]] bool nzn_file_ended(int32_t unit);
 
 // Typed reads of the current record, across its sub-records and in native byte order afterwards.
 // A count below 1 reads nothing and succeeds. A record that is too short is consumed and gives 5;
@@ -75,16 +83,12 @@ struct ValueSearch {
 
 // A place inside a record, to come back to while the unit stays open.
 struct RecordMark {
-    int64_t position;
-    int64_t records_begun;
-    int64_t offset;
-    int32_t reclen;
-    int32_t sub_reclen_remaining;
-    bool continued;
+    int64_t position;             // where the next byte is taken from
+    int64_t records_begun;        // since the open, tell or seek; 0: at a record boundary
+    int32_t reclen;               // bytes of the current sub-record
+    int64_t offset;               // bytes of the current record consumed, in all its sub-records
+    int32_t sub_reclen_remaining; // bytes of the current sub-record not yet consumed
+    bool continued;               // further sub-records of this record follow
 };
 [[nodiscard]] RecordMark nzn_mark(int32_t unit);
 [[nodiscard]] int32_t nzn_return(int32_t unit, const RecordMark& mark);
-
-// Whether all that was passed over so far lies within the file: long ways are gone without
-// looking.
-[[nodiscard]] bool nzn_is_within_file(int32_t unit);

@@ -24,7 +24,18 @@ namespace utf8wrap
 
 struct FileStatus {
     bool is_regular;
+    uint64_t device; // with the number: which file it is, whatever its name
+    uint64_t file_number;
+    int64_t size; // bytes
+    // Nanoseconds since the epoch; to be compared only, since they wrap outside 1677 to 2262.
+    int64_t modified; // the content, or as someone has set it
+    int64_t changed;  // content or status; set by the system alone
+
+    bool operator==(const FileStatus&) const = default;
 };
+
+// The system's clock, in nanoseconds since the epoch as the times of a file.
+[[nodiscard]] int64_t time_now();
 
 // 0 when the path exists (links are followed), else -1 with the status untouched.
 [[nodiscard]] int _stat64(const char* path, FileStatus* status);

@@ -1,0 +1,11 @@
+// Short looks at the files of a series: the time of one, and which of them holds the grid.
+#pragma once
+
+#include "readers/cradle/host_services.h"
+
+PeekTimeCallback fld_peek_time;
+
+// The nearest file of its series, from the results file itself backwards, whose first grid has
+// nodes and elements; null, and a message, when there is none. The path belongs to the table of the
+// series.
+[[nodiscard]] const char* find_paired_grid_file(const char* results_name);
