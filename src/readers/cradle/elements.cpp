@@ -58,25 +58,36 @@ static WallRun walls_of_element(int32_t element, WallRun* walls)
     return {walls->next, end};
 }
 
-// A wall is recognised by its set of nodes, whatever their order.
-static uint32_t match_mask(const int32_t* nodes, int32_t node_count, const ElementWall& wall)
+// A wall is recognised by its set of nodes, whatever their order. Without a branch, as which nodes
+// are equal cannot be foretold.
+static uint32_t match_mask(const int32_t* nodes, int32_t node_count, const int32_t (&wall)[4])
 {
     uint32_t mask = 0;
     for (int32_t k = 0; k < node_count; ++k) {
-        if (std::find(wall.nodes, wall.nodes + 4, nodes[k]) != wall.nodes + 4) mask |= 1U << k;
+        const bool is_wall_node = (nodes[k] == wall[0]) | (nodes[k] == wall[1]) |
+                                  (nodes[k] == wall[2]) | (nodes[k] == wall[3]);
+        mask |= static_cast<uint32_t>(is_wall_node) << k;
     }
     return mask;
+}
+
+// No two faces of a shape have the same nodes.
+static int32_t find_face(const ElementType& type, uint32_t mask)
+{
+    int32_t found = -1;
+    for (int32_t face = 0; face < type.face_count; ++face) {
+        found = type.faces[face] == mask ? face : found;
+    }
+    return found;
 }
 
 static void flag_wall_faces(const ElementType& type, const int32_t* nodes, WallRun walls,
                             int32_t* face_flags)
 {
     for (const ElementWall* wall = walls.next; wall != walls.end; ++wall) {
-        const uint32_t mask = match_mask(nodes, type.node_count, *wall);
-        const uint32_t* const end = type.faces + type.face_count;
-        const uint32_t* const face = std::find(type.faces, end, mask);
-        if (face != end) {
-            face_flags[face - type.faces] = WALL_FACE;
+        const int32_t face = find_face(type, match_mask(nodes, type.node_count, wall->nodes));
+        if (face >= 0) {
+            face_flags[face] = WALL_FACE;
         } else {
             print_diagnostic("Data reader warning: element wall not found in element.\n");
         }
