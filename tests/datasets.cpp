@@ -66,11 +66,12 @@ static FldFile passed_over_file()
     const Face front{QUADRILATERAL_FACE, 3, {0, 1, 5, 4}},
         left{QUADRILATERAL_FACE, 3, {0, 2, 6, 4}};
     const Region nameless{"", {left}}, edge{"edge", {{LINE_FACE, 3, {0, 1}}, front}};
-    return {{{coordinate_system(0), nodes(cube_corners()), materials({1, 0, 1, 1}), elements(list),
-              region_types({{"Solid_Boundary", "edge"}, {"wall_boundary", "left"}}),
-              region_types({{"THERM(", "more"}, {"Wall_Boundary", ""}}),
-              surfaces({edge, nameless, {"left", {left}}}), surface_array({nameless, edge}),
-              surface_array({})}}};
+    return {
+        {{coordinate_system(0), nodes(cube_corners()), materials({1, 0, 1, 1}), elements(list),
+          region_types({{"Solid_Boundary\r", "edge\t"}, {"THERMAL", "left"}, {"WALLS", "left"}}),
+          region_types({{"THERM(", "more"}, {"Wall_Boundary", ""}}),
+          surfaces({edge, nameless, {"left", {left}}}), surface_array({nameless, edge}),
+          surface_array({})}}};
 }
 
 // Two grids; the second has other variables in another order, an own boundary and no scalar "P".
@@ -83,7 +84,7 @@ static FldFile three_grids_file()
     file.grids.push_back(
         {scalar("T", "T", {5, 6, 7, 8, 9}), nodes(cube_corners(5)),
          vector("U", "", {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}, {0, 0, 1}}),
-         materials({2}), elements({{PYRAMID, {0, 1, 2, 3, 4}}}), surfaces({wall, inlet}),
+         materials({-2}), elements({{PYRAMID, {0, 1, 2, 3, 4}}}), surfaces({wall, inlet}),
          coordinate_system(0), region_types({{"Wall_Boundary", "inlet"}})});
     file.grids.push_back({coordinate_system(0), nodes({}), materials({}), elements({}),
                           scalar("T", "T", {}), vector("U", "", {}), surfaces({})});

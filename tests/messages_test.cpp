@@ -107,7 +107,7 @@ static std::vector<Case> failing_opens()
     const Section ale = layout(
         "LS_ALE", {zero, int_item(4), zero, single, zero, single, text_item("part"), int_item(4)});
     const Section short_name =
-        layout("LS_VolumeGeometry", {zero, single, int_item(40), text_item(std::string(20, 'n'))});
+        layout("LS_VolumeGeometry", {zero, single, int_item(31), text_item(std::string(20, 'n'))});
     // The file cannot hold so many characters; what it has of them stands in a longer record.
     const Section long_name =
         layout("LS_VolumeGeometry",
@@ -159,7 +159,7 @@ static std::vector<Case> failing_opens()
         {"ale_entry_of_4_records", and_also(ale), "",
          "FLD file ALE error: number of data records = 4"},
         {"name_shorter_than_its_length", and_also(short_name), "",
-         "Data reader error: expected 40 characters, got 20"},
+         "Data reader error: expected 31 characters, got 20"},
         {"name_longer_than_the_file", and_also(long_name), "",
          "Data reader error: expected 100000 characters, got 10"},
         {"surface_array_without_width", and_also(no_width), "",
@@ -307,7 +307,7 @@ TEST_P(FailingRead, tells_why_and_leaves_a_good_state)
     expect_events(GetParam(), "open\nflag 0\nread 1\n", "flag 1\n");
 }
 
-TEST(Walls, that_match_no_face_are_warned_of)
+TEST(Walls, are_found_by_their_nodes)
 {
     const std::string warning = "Data reader warning: element wall not found in element.";
     const Element hex{HEXAHEDRON, {0, 1, 2, 3, 4, 5, 6, 7}};
@@ -322,6 +322,9 @@ TEST(Walls, that_match_no_face_are_warned_of)
          "tet 0 0 0 0 | 1 2 3 4\n"},
         {{"no_element", wall_on(tet, {TRIANGLE_FACE, 1, {0, 1, 2}}), "face 1 | 1 2 3\n", ""},
          "tet 0 0 0 0 | 1 2 3 4\n"},
+        {{"node_number_0", wall_on({TETRAHEDRON, {-1, 0, 1, 2}}, {TRIANGLE_FACE, 0, {0, 1, 2}}),
+          "face 1 | 1 2 3\n", ""},
+         "tet 0 7 0 0 | 0 1 2 3\n"},
     };
     for (const auto& [c, cell] : cases) {
         expect_events(c, "open\nflag 0\nread 1\n", cell + "flag 0\n");

@@ -254,6 +254,20 @@ TEST_F(Records, refuse_more_than_they_hold)
     }
 }
 
+// What an incomplete read leaves behind is as it stands in the file, also what came long before.
+TEST_F(Records, are_left_as_they_stand_when_they_end_too_soon)
+{
+    for (const bool big_endian : {false, true}) {
+        ASSERT_EQ(open(FldBuilder({.big_endian = big_endian}).ints(Ints(33'000, 1)).bytes()), 0);
+        Ints values(33'001, 7);
+        EXPECT_EQ(nzn_begin_record(UNIT), 0);
+        EXPECT_EQ(nzn_read_int32(UNIT, 33'001, values.data()), 5);
+        const int32_t stored = big_endian ? 0x01000000 : 1;
+        for (const size_t i : {0U, 32'767U, 32'768U, 32'999U}) EXPECT_EQ(values[i], stored) << i;
+        EXPECT_EQ(values.back(), 7);
+    }
+}
+
 // ---- positions ----
 
 TEST_F(Records, can_be_found_again)

@@ -80,13 +80,15 @@ static Section coc(const std::vector<Item>& list)
     return layout("LS_STREAMcoc", joined({int_item(0)}, list));
 }
 
-// Two regions in an array.
+// Regions in an array of which no face is there.
 static Section face_counts(const std::vector<int32_t>& counts)
 {
     const Item none = int_array({});
+    const size_t n = counts.size();
     return layout("LS_SurfaceGeometryArray",
-                  {int_item(0), int_item(2), int_item(1), text_item("ab"), int_array(counts), none,
-                   none, int_array({0, 0}), none});
+                  {int_item(0), int_item(static_cast<int32_t>(n)), int_item(1),
+                   text_item(std::string(n, 'r')), int_array(counts), none, none,
+                   int_array(std::vector<int32_t>(n)), none});
 }
 
 // 70000 regions without faces, and this many face counts.
@@ -168,11 +170,13 @@ static std::vector<Layout> layouts()
         {"no_surface_regions_in_an_array",
          layout(surface_list, {three, zero, zero, text_item(""), none, none, none, none, none}),
          true},
-        {"face_counts_beyond_an_int32", face_counts({INT32_MAX, INT32_MAX}), false},
+        {"face_counts_beyond_an_int32", face_counts({INT32_MAX, INT32_MAX, 2}), false},
         {"negative_face_count_in_an_array", face_counts({1, -1}), false},
         {"no_volumes", layout(volume, {three, zero, int_item(-2)}), true},
         {"volume_name_length_minus_2", region(volume, -2, {text_item("fluid"), zero, none}), false},
         {"negative_volume_list", region(volume, -1, {wall, int_item(-1), none}), false},
+        {"empty_volume_list_of_records_of_minus_1",
+         region(volume, -1, {wall, zero, ints({4, -1, 1}), ints({})}), false},
         {"blank_volume_name_longer_than_the_file",
          layout(volume_list, {three, int_item(1), int_item(70000), ints({1, 0, 1}), record(""),
                               int_array({2}), int_array({1, 2})}),
@@ -187,6 +191,7 @@ static std::vector<Layout> layouts()
         {"empty_ale_group", ale(-9, {int_item(1), zero, zero}), true},
         {"ale_names_of_negative_length", ale(-1, {int_item(1), int_item(1), text_item(""), zero}),
          false},
+        {"negative_number_of_ale_names", ale(-9, {int_item(1), int_item(-1), zero}), false},
         {"ale_triple_of_2_values", ale_entry({real_array({1, 2})}), false},
         {"ale_triple_in_3_records", ale_entry(joined({ints({8, 1, 3})}, repeated(3, ints({0, 1})))),
          true},
@@ -221,6 +226,18 @@ TEST_P(Layouts, are_accepted_or_fail_silently)
     const std::string trace = trace_with(section);
     const std::vector<std::string> words = {"out", "flag", "face", "x", "y", "z", "value"};
     EXPECT_EQ(pick(trace, words), opens ? pick(datasets()[0].trace, words) : "flag 1\n");
+}
+
+// A region's list may hold more nodes than its faces take: the next region's begins behind them.
+TEST(Sections, node_lists_may_be_longer_than_the_faces)
+{
+    const Section array =
+        layout("LS_SurfaceGeometryArray",
+               {int_item(0), int_item(2), int_item(1), text_item("ab"), int_array({1, 1}),
+                int_array({TRIANGLE_FACE, TRIANGLE_FACE}), int_array({1, 1}), int_array({5, 3}),
+                int_array({1, 2, 3, 9, 9, 2, 3, 4})});
+    const FldFile file = added(without(tetrahedron_file(), "LS_SurfaceGeometry"), array);
+    EXPECT_EQ(pick(trace_of(file), {"face"}), "face 1 | 1 2 3\nface 2 | 2 3 4\n");
 }
 
 // An item without data in the place of any other one, and the end of the section after it.

@@ -43,6 +43,8 @@ static const Series all_series[] = {
     {"extension_is_a_pattern", "f2.a.b", {"f1.axb"}, {}, "f1.axb"},
     // So it does not match itself.
     {"prefix_is_a_pattern", "f[xy]2.fld", {"fx1.fld", "f[xy]1.fld"}, {}, ""},
+    // It does not match itself, but in other letters: the case of the opened name is ignored.
+    {"prefix_is_another_name", "[^AZ]*1", {"[^az]*1"}, {}, "[^az]*1"},
     {"unbalanced_parenthesis",
      "f(2.fld",
      {"f(1.fld"},

@@ -254,17 +254,18 @@ TEST(CylindricalVectors, of_a_cartesian_grid)
 
 TEST(CylindricalVectors, may_mix_element_sizes)
 {
-    const std::vector<Point> positions = {{2, 0, 0}, {1, 0, 0}, {4, 0, 0}, {0, 0, 1}};
+    const std::vector<Point> positions = {{2, 0, 0}, {1, 0, 0}, {4, 0, 0}, {1, 1, 1}};
     for (const int32_t mix : {0, 1, 2, 3, 4, 5, 6, 7}) {
         const auto size = [=](int32_t item) { return (mix >> item & 1) != 0 ? 8 : 4; };
         const Section mixed{"LS_Vector:U", [=](FldBuilder& b) {
                                 b.int_item(0).int_item(0).text_item("").int_item(4);
-                                b.real_array({1, 1, 1, 1}, size(0));
+                                b.real_array({1, 1, 1, -1}, size(0)); // the last one undefined
                                 b.real_array({0.5, 0.5, 0.5, 0.5}, size(1));
                                 b.real_array({3, 3, 3, 3}, size(2));
                             }};
-        EXPECT_EQ(opened({{"a.fld", {{cylinder(1, positions, mixed)}}}}, {"out", "value"}),
-                  "value 1 1 1 1\nvalue 1 0.5 2 0\nvalue 3 3 3 3\n");
+        const FldFile file{{cylinder(1, positions, mixed)}, {bias(), unused(-1)}};
+        EXPECT_EQ(opened({{"a.fld", file}}, {"out", "value"}),
+                  "value 1 1 1 inf\nvalue 1 0.5 2 inf\nvalue 3 3 3 3\n");
     }
 }
 
