@@ -58,5 +58,5 @@ struct RealWindow {
 // ones become +infinity.
 [[nodiscard]] bool fill_real_window(RealWindow* window, int32_t count);
 
-// The one line for an array of values for which there is no memory.
+// Prints that there is no memory for an array of values.
 void print_no_memory_for_items(int32_t count);

@@ -48,8 +48,8 @@ struct WallRun {
     const ElementWall* end;
 };
 
-// Passes over the records of earlier elements and gives those of this one. Elements come in
-// ascending order too, so that nothing needs to be searched.
+// Skips the records of earlier elements and returns those of this one. Elements come in ascending
+// order too, so there is nothing to search.
 static WallRun walls_of_element(int32_t element, WallRun* walls)
 {
     while (walls->next != walls->end && walls->next->element < element) ++walls->next;
@@ -58,8 +58,8 @@ static WallRun walls_of_element(int32_t element, WallRun* walls)
     return {walls->next, end};
 }
 
-// A wall is recognised by its set of nodes, whatever their order. Without a branch, as which nodes
-// are equal cannot be foretold.
+// A wall is recognised by its set of nodes, whatever their order. There are no branches, because
+// which nodes match is unpredictable.
 static uint32_t match_mask(const int32_t* nodes, int32_t node_count, const int32_t (&wall)[4])
 {
     uint32_t mask = 0;

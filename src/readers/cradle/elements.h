@@ -11,9 +11,9 @@ struct ElementWall {
     int32_t nodes[4]; // 1-based; the fourth is -1 for a triangle
 };
 
-// Reads the material number of every element. All that is asked of it is whether it is 0, for an
-// element that is not created: `materials` receives one bit per element, set for all others, from
-// the lowest bit of each byte on. In the scan nothing is stored.
+// Reads the material number of every element. Only whether it is 0 matters: such an element is not
+// created. `materials` receives one bit per element, from the lowest bit of each byte on, set
+// unless the number is 0. In the scan nothing is stored.
 [[nodiscard]] bool read_fld_element_materials(int32_t unit, bool scan_only, int32_t* material_count,
                                               HeapArray<uint8_t>* materials);
 

@@ -44,7 +44,7 @@ static bool read_dimension(int32_t unit)
     return false;
 }
 
-// The cycle number, which nobody asks for, and the time in either precision.
+// The cycle number, which is not used, and the time in either precision.
 static bool read_cycle(int32_t unit, float* time)
 {
     int32_t cycle = 0;

@@ -52,5 +52,5 @@ enum class MergedSections { kept, left_out };
 [[nodiscard]] bool merge_names(const NameLists& local, const NameLists& host,
                                MergedSections sections);
 
-// The one line for variable names for which there is no memory.
+// Prints that there is no memory for variable names.
 void print_no_memory_for_variables();

@@ -42,5 +42,5 @@ void enter_rows(int32_t end, RowSet* set);
 // The first row with the same 80 bytes among those entered, -1 when there is none.
 [[nodiscard]] int32_t find_row(const RowSet& set, const char* row);
 
-// The one line for boundary names or boundary faces whose memory cannot be had.
+// Prints that there is no memory for boundary names or boundary faces.
 void print_no_memory_for_boundaries();

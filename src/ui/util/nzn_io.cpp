@@ -33,9 +33,9 @@ static RecordStream* find_unit(int32_t unit)
 
 // ---- bytes and positions ----
 
-// The last part of a file that was read, of one unit at a time. Markers and short records are
-// taken from it; long data goes straight to where it is wanted. It is what makes short records
-// fast: one call of the system for thousands of them.
+// The part of a file that was read last; there is one window for all units. Markers and short
+// records are taken from it, long data goes straight to its destination. The window is what makes
+// short records fast: one system call serves thousands of them.
 constexpr int64_t WINDOW_SIZE = 262144;
 constexpr int64_t FIRST_FILL = 512; // after a jump only the markers there may be wanted
 constexpr int64_t DIRECT_SIZE = 32768;
@@ -54,13 +54,13 @@ static int32_t short_read_status(const RecordStream* stream)
     return stream->read_failed ? NZN_FAILURE : NZN_END_OF_FILE;
 }
 
-// Reads from the file itself; the number of bytes that came.
+// Reads from the file itself. Returns the number of bytes read.
 static int64_t read_at(RecordStream* stream, int64_t position, void* to, int64_t count)
 {
     return utf8wrap::read_at(stream->file, position, count, to, &stream->read_failed);
 }
 
-// How many bytes from the position on stand in the window.
+// How many bytes from the current position on are in the window.
 static int64_t bytes_in_window(const RecordStream* stream)
 {
     if (window.file != stream->file || stream->position < window.begin) return 0;
@@ -72,8 +72,8 @@ static const unsigned char* at_position(const RecordStream* stream)
     return window_bytes + (stream->position - window.begin);
 }
 
-// Brings at least `need` bytes from the position on into the window, as far as the file has them;
-// the number that stands there then.
+// Fills the window with at least `need` bytes from the current position on, or with all that the
+// file has. Returns how many it then holds.
 static int64_t fill_window(RecordStream* stream, int64_t need)
 {
     const int64_t kept = bytes_in_window(stream);
@@ -88,7 +88,7 @@ static int64_t fill_window(RecordStream* stream, int64_t need)
     return window.size;
 }
 
-// Copies bytes from the position on; the number that came.
+// Copies bytes from the current position on. Returns the number copied.
 static int64_t read_bytes(RecordStream* stream, void* to, int64_t count)
 {
     auto* destination = static_cast<unsigned char*>(to);
@@ -110,8 +110,8 @@ static int64_t read_bytes(RecordStream* stream, void* to, int64_t count)
     return got;
 }
 
-// Up to this many bytes are skipped by reading them, so that the end of the file shows; more are
-// skipped blindly, and only what is read behind them can show it.
+// Up to this many bytes are skipped by reading them, which notices the end of the file. Longer
+// skips do not look: only a later read can notice it.
 constexpr int64_t READ_TO_SKIP = 4096;
 
 // A skip that meets the end of the file stands there.
@@ -143,9 +143,9 @@ static uint64_t reversed(uint64_t word)
            reversed(static_cast<uint32_t>(word >> 32));
 }
 
-// For speed alone: where the compiler can, the loops below are built for several processors, and
-// the one at hand chosen when the library is loaded. A recent one reverses bytes in its cache some
-// five times as fast as the oldest could.
+// For speed only: where the compiler can, the loops below are built for several generations of
+// processors, and the right build is chosen when the library is loaded. Recent processors reverse
+// bytes about five times as fast with it.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define FOR_EVERY_PROCESSOR [[gnu::target_clones("avx2", "ssse3", "default")]]
 #else
@@ -290,8 +290,7 @@ struct Framing {
     bool stopped = false;
 };
 
-// Walks the markers of the file, those of `most` sub-records if there are so many. Up to 3 stray
-// bytes at the end are accepted.
+// Walks the markers of at most `most` sub-records. Up to 3 stray bytes at the end are accepted.
 static Framing check_framing(RecordStream* stream, bool swapped, int64_t most)
 {
     stream->swapped = swapped;
@@ -472,8 +471,7 @@ FOR_EVERY_PROCESSOR static bool holds_value(const void* data, int64_t count, uin
     return equal != 0;
 }
 
-// What is done with values as soon as they are read: they get the byte order of the processor, and
-// are searched.
+// Puts values that were just read into the byte order of the processor, and searches them.
 static void convert_and_search(const RecordStream* stream, void* data, int64_t element_size,
                                int64_t count, ValueSearch* search)
 {
@@ -481,8 +479,8 @@ static void convert_and_search(const RecordStream* stream, void* data, int64_t e
     if (search && !search->found) search->found = holds_value(data, count, search->bits);
 }
 
-// Elements that are read at a time, few enough to be still in the processor's cache when they are
-// converted.
+// How many elements are read at a time: few enough to be in the processor's cache still when they
+// are converted.
 constexpr int64_t CONVERTED_AT_A_TIME = 32768;
 
 static int32_t read_and_convert(RecordStream* stream, int64_t element_size, int64_t count,
@@ -493,7 +491,7 @@ static int32_t read_and_convert(RecordStream* stream, int64_t element_size, int6
         unsigned char* const to = destination + at * element_size;
         const int32_t status = read_across_subrecords(stream, to, element_size, n);
         if (status != NZN_OK) {
-            // What an incomplete read leaves behind is as it stands in the file.
+            // An incomplete read leaves its bytes as they are in the file.
             if (stream->swapped) reverse_bytes(destination, element_size, at);
             return status;
         }
@@ -552,8 +550,9 @@ int32_t nzn_skip_bytes(int32_t unit, int64_t count)
 
 constexpr int64_t LONGEST_SHORT_RECORD = 4096; // bytes; many of them stand in the window
 
-// One record of `length` bytes on from where the current one's data ends: its tail, the next head
-// and the data. Null when they do not stand in the window or the markers are others than expected.
+// The data of the next record, when the window holds all of it, the markers before it are as
+// expected (the tail of the current record, its own head) and it has `length` bytes; otherwise
+// null.
 static const unsigned char* next_record_data(const RecordStream* stream, int64_t length,
                                              uint32_t marker)
 {
@@ -579,9 +578,9 @@ static void stand_after_records(RecordStream* stream, int64_t count, int64_t len
     stream->records_begun += count;
 }
 
-// From `at` on stand up to `most` records, each with the tail of the one before it: copies the
-// data of those whose two markers are as expected, and gives their number. With a length that the
-// compiler knows this costs about as much as the copy alone.
+// Copies the data of up to `most` records, the first of which begins at `at` with the tail of the
+// record before it, as long as both markers are as expected. Returns how many were copied. With a
+// length that the compiler knows this costs little more than the copying.
 template <int64_t LENGTH> inline int64_t copy_records(const unsigned char* at, int64_t most,
                                                       int64_t length, uint32_t marker,
                                                       unsigned char* to)
@@ -606,7 +605,7 @@ static int64_t copy_records(const unsigned char* at, int64_t most, int64_t lengt
     return copy_records<0>(at, most, length, marker, to);
 }
 
-// Takes what stands in the window, and stands after it.
+// Takes the records that are in the window, and moves behind them.
 static int64_t take_from_window(RecordStream* stream, int64_t length, uint32_t marker, int64_t most,
                                 unsigned char* to)
 {

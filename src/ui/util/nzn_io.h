@@ -20,17 +20,17 @@ constexpr int32_t NZN_NOT_UNFORMATTED = 2;
 
 // Opens a file by UTF-8 path under a unit number; a file already open under it is closed first.
 // 0 opened; 1 cannot be opened, or 101 units are open; 2 not an unformatted sequential file.
-// Damage after 10 good sub-records does not prevent opening: only what reads it will fail.
+// Damage behind the first 10 sub-records does not prevent opening; only reading it fails.
 [[nodiscard]] int32_t nzn_open_unit(int32_t unit, const char* path);
 
 // 0 closed or not open; 5 when closing the stream failed (the unit is free all the same).
 int32_t nzn_close_unit(int32_t unit);
 
-// Begins the next record; what is left of the current one is passed over and its tail checked. One
-// that cannot be begun leaves the current one as it is, with all of it consumed.
+// Begins the next record. What is left of the current one is skipped and its tail checked. When the
+// next one cannot be begun, the current one stays current, all of it consumed.
 [[nodiscard]] int32_t nzn_begin_record(int32_t unit);
 
-// Passes over the whole next record. Its last tail marker is checked by the next begin.
+// Skips the whole next record. Its last tail marker is checked by the next begin.
 [[nodiscard]] int32_t nzn_skip_record(int32_t unit);
 
 // Byte offset of the head marker of the record after the current one, or of the current position
@@ -62,8 +62,8 @@ int32_t nzn_close_unit(int32_t unit);
 // Passes over bytes of the current record.
 [[nodiscard]] int32_t nzn_skip_bytes(int32_t unit, int64_t count);
 
-// A 4-byte value that is looked for among those being read, while the processor's cache holds them:
-// for speed alone, as looking through a large array afterwards costs half as much as reading it.
+// A 4-byte value to look for among those being read, while they are in the processor's cache. This
+// is for speed only: searching a large array afterwards takes half as long as reading it.
 struct ValueSearch {
     uint32_t bits;
     bool found; // set when a value has these bits, never cleared
@@ -72,10 +72,10 @@ struct ValueSearch {
 [[nodiscard]] int32_t nzn_read_and_search(int32_t unit, int64_t count, float* destination,
                                           ValueSearch* search);
 
-// Begins and reads (or passes over, with a null destination) as many whole records of `per_record`
-// elements each as stand next, at most `record_count`, and gives their number. Only there for
-// speed: arrays of one value a record are read in a tenth of the time. It takes short, undamaged
-// records of one piece and stops before any other, which the operations above then deal with.
+// Begins and reads (or skips, when the destination is null) the next records as long as they are
+// whole records of `per_record` elements, at most `record_count` of them, and returns how many.
+// This is for speed only: arrays of one value per record are read in a tenth of the time. It stops
+// before any record that is long, damaged or continued, and leaves that to the operations above.
 // Values are in native byte order. A search is for elements of 4 bytes.
 [[nodiscard]] int64_t nzn_take_records(int32_t unit, int64_t element_size, int64_t per_record,
                                        int64_t record_count, void* destination,
