@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <dirent.h>
 #include <malloc.h>
 #include <regex.h>
@@ -76,6 +77,11 @@ WRAP(int, stat, (const char* path, struct stat* status),
      { return fails(STATUS) ? -1 : __real_stat(path, status); })
 WRAP(int, fstat, (int file, struct stat* status),
      { return fails(STATUS) ? -1 : __real_fstat(file, status); })
+WRAP(int, clock_gettime, (clockid_t clock, timespec* time), {
+    const int status = __real_clock_gettime(clock, time);
+    time->tv_sec += faults.seconds_later;
+    return status;
+})
 WRAP(DIR*, opendir, (const char* path),
      { return fails(DIRECTORY) ? nullptr : opened(__real_opendir(path)); })
 WRAP(dirent*, readdir, (DIR* listing),

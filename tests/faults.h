@@ -26,6 +26,7 @@ struct Faults {
     int64_t bytes_read = 0, comparisons = 0; // of texts
     int64_t peak_bytes = 0;
     int64_t bytes = 0, blocks = 0, handles = 0; // memory and open files, listings, expressions
+    int64_t seconds_later = 0;                  // that the clock shows
 };
 
 } // namespace fld_test

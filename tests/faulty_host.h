@@ -26,8 +26,7 @@ public:
     {
         EXPECT_EQ(faults_->blocks, 0) << "memory is held";
         EXPECT_EQ(faults_->handles, 0) << "files, listings or expressions are held";
-        *faults_ = {};
-        faults_->plan = faults;
+        *faults_ = {.plan = faults, .seconds_later = seconds_later};
     }
 
     std::string visit(const std::string& path, const FaultPlan& faults = {})
@@ -38,6 +37,8 @@ public:
         plan({});
         return trace;
     }
+
+    int64_t seconds_later = 0; // that the library's clock shows
 
     [[nodiscard]] const Faults& counted() const { return counted_; } // by the last visit
 

@@ -211,15 +211,60 @@ static void make_series(const TemporaryDirectory& directory, int count, int last
     }
 }
 
-TEST(BatterySeries, ten_thousand_members_under_a_limit_of_16_open_files)
+// The first open looks at every member, a second one at the grid file alone. Each scans both files,
+// reads both, and the time is asked for.
+TEST(BatterySeries, twenty_thousand_members_under_a_limit_of_16_open_files)
+{
+    constexpr int COUNT = 20000;
+    const TemporaryDirectory directory;
+    const std::string results = build(step);
+    (void)directory.write(member(0), build(tetrahedron_file()));
+    for (int number = 1; number < COUNT; ++number) (void)directory.write(member(number), results);
+    FaultyHost host;
+    host.seconds_later = 3;
+    for (const int64_t looks : {COUNT, 1}) {
+        const std::string trace =
+            visit_within(host, directory.path(member(COUNT - 1)), RLIMIT_NOFILE, 16);
+        EXPECT_EQ(pick(trace, {"out", "err", "flag", "value"}),
+                  "flag 0\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
+        EXPECT_EQ(host.counted().calls[OPEN], looks + 5);
+        EXPECT_LT(host.counted().peak_bytes, int64_t{COUNT} * 128 + MEBIBYTE);
+    }
+}
+
+TEST(BatterySeries, looks_once_at_what_nobody_writes_to)
 {
     const TemporaryDirectory directory;
-    make_series(directory, 10000, 0);
     FaultyHost host;
-    const std::string trace = visit_within(host, directory.path(member(9999)), RLIMIT_NOFILE, 16);
-    EXPECT_EQ(pick(trace, {"out", "err", "flag", "value"}),
-              "flag 0\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
-    EXPECT_LT(host.counted().peak_bytes, int64_t{10000} * 128 + MEBIBYTE);
+    const auto looks = [&](int last, const FaultPlan& plan = {}) {
+        (void)host.visit(directory.path(member(last)), plan);
+        return host.counted().calls[OPEN] - 5;
+    };
+    const std::string grid = build(tetrahedron_file()), results = build(step);
+    (void)directory.write(member(0), grid);
+    for (const int number : {1, 2, 3, 4, 5}) (void)directory.write(member(number), results);
+    EXPECT_EQ(looks(4), 5);
+    EXPECT_EQ(looks(4), 5) << "written just now";
+    host.seconds_later = 1;
+    EXPECT_EQ(looks(4), 5) << "written a second ago";
+    host.seconds_later = 3;
+    EXPECT_EQ(looks(4), 5);
+    EXPECT_EQ(looks(4), 1);
+    EXPECT_EQ(looks(5), 2) << "the next step and the grid file";
+    (void)directory.write(member(2), results + "x");
+    EXPECT_EQ(looks(5), 2) << "written again";
+    EXPECT_EQ(looks(5), 1);
+    (void)directory.write(member(3), "nothing but text");
+    EXPECT_EQ(looks(5), 2);
+    EXPECT_EQ(looks(5), 2) << "what is printed is due every time";
+    // A read that fails, or ends, hides the grid only as long as it does.
+    (void)directory.write(member(4), grid);
+    const std::string good = host.visit(directory.path(member(5)));
+    const int64_t reads = host.counted().calls[READ];
+    for (int64_t k = 1; k <= 2 * reads; ++k) {
+        (void)looks(5, {READ, (k + 1) / 2, true, k % 2 == 0 ? ERROR : END});
+        EXPECT_EQ(host.visit(directory.path(member(5))), good) << k;
+    }
 }
 
 // One more than the table holds: the last one that the directory lists is left out.
