@@ -1,184 +1,180 @@
-"""Measures what the tests notice: changes one operator, bound or constant of src/ at a time, builds
-under the sanitizers, and runs the tests. Prints every change that they do not notice, and the share
-that they do; so does a run that is interrupted, of what it tried.
+"""Measures what the tests notice: makes one small change to src/ at a time, builds, and runs the
+tests. Prints every change that they do not notice, and the share that they do.
 
-A change that does not compile does not count, nor one that no test can notice: those stand, with
-the reason, in mutants-equivalent.txt.
+The changes are drawn evenly from several kinds. A change that does not compile does not count, nor
+one that no test can notice: those stand, with the reason, in mutants-equivalent.txt.
+
+A run that is ended in any way goes on where it stopped when it is started again: what came of a
+change is kept in build/mutants/outcomes as long as its file and the tests stay the same.
 """
 import argparse
 import collections
 import concurrent.futures
+import hashlib
+import json
 import os
-import pathlib
 import random
-import re
-import resource
-import shutil
 import signal
-import subprocess
 import sys
+import threading
+import time
 
+from mutant_copy import FOLDER, ROOT, Copy, Ended, Runner, tracked_files
+from mutant_kinds import KINDS, changes
 from reasons import place, read_reasons
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-CPU_SECONDS = 100  # for one process of the tests; a change may make it run for ever
-SECONDS = 1800     # for all of them, whatever else the machine does
-# Loops of the battery that take long; the share is the same or higher with them.
-WIDEST = ("*every_byte*:*every_word*:*duct_sample:BatterySeries*:BatteryHeap*:"
-          "BatteryLimits.work*:BatteryBoundary.callbacks*:BatteryBoundary.a_thousand*")
-
-SWAPS = {
-    "<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==",
-    "&&": "||", "||": "&&", "+": "-", "-": "+", "*": "+", "/": "*", "%": "*",
-    "<<": ">>", ">>": "<<", "&": "|", "|": "&", "^": "&",
-    "+=": "-=", "-=": "+=", "*=": "+=", "|=": "&=", "^=": "&=",
-    "++": "--", "--": "++", "!": "", "true": "false", "false": "true",
-}
-# The formatter sets binary operators between blanks, which tells them from pointers and templates.
-OPERATOR = re.compile(r"(?<= )[-+*/%<>&|^=!]{1,2}(?=\s)|\+\+|--|!(?!=)|\b(?:true|false)\b")
-INTEGER = re.compile(r"(?<![\w.'])(?:0x[0-9A-F]+|\d+)(?=[uUlL]*(?![\w.']))")
-STATEMENT = re.compile(r"(?:(?<=[;{})]\n) +|\) )"
-                       r"([a-z_]\w*\([^;{}]*\)|[\w.>\[\]*-]+ = [^;{}]+);$", re.M)
-# Comments, literals, preprocessor lines and what the compiler checks by itself.
-HIDDEN = re.compile(r"""//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])*'"""
-                    r"""|^[ \t]*\#[^\n]*|static_assert\([^;]*;|\[\[.*?\]\]""", re.S | re.M)
-
-Mutant = collections.namedtuple("Mutant", "file line begin end new entry")
+Mutant = collections.namedtuple("Mutant", "kind file line begin end new entry key")
 
 
-def changes(code):
-    """(begin, end, replacement) of all changes to a text without comments and literals."""
-    for found in OPERATOR.finditer(code):
-        if found[0] in SWAPS:
-            yield *found.span(), SWAPS[found[0]]
-    for found in INTEGER.finditer(code):
-        value = int(found[0], 0)
-        yield from ((*found.span(), str(other)) for other in (value + 1, value - 1) if other >= 0)
-    for found in STATEMENT.finditer(code):
-        yield *found.span(1), ""
+def digest(*contents):
+    whole = hashlib.sha256()
+    for content in contents:
+        whole.update(hashlib.sha256(content).digest())
+    return whole.hexdigest()
 
 
-def mutants_of(path):
-    file, text = str(path.relative_to(ROOT)), path.read_text()
-    code = HIDDEN.sub(lambda hidden: re.sub(r"[^\n]", " ", hidden[0]), text)
+def mutants_of(file, tests):
+    text = (ROOT / file).read_text()
     lines = text.splitlines()
-    for begin, end, new in changes(code):
+    for (begin, end, new), kind in changes(text).items():
         line = text.count("\n", 0, begin) + 1
         before = text[:begin].rpartition("\n")[2].count(text[begin:end])
         old = " ".join(text[begin:end].split()) + f" ({before + 1})" * (before > 0)
-        entry = f"{file}: {place(lines, line)}: {old} -> {new or 'nothing'}"
-        yield Mutant(file, line, begin, end, new, entry)
+        entry = f"{file}: {place(lines, line)}: {old} -> {' '.join(new.split()) or 'nothing'}"
+        key = digest(f"{file} {begin} {end} {new}".encode(), text.encode(), tests.encode())
+        yield Mutant(kind, file, line, begin, end, new, entry, key)
 
 
-class Copy:
-    """A copy of the tree, for one change at a time."""
+def draw(mutants, count, seed):
+    """As many of each kind, as far as it has them, spread over the files: from one that has four
+    times as many changes as another come twice as many."""
+    mutants = random.Random(seed).sample(mutants, len(mutants))
+    size = collections.Counter((m.kind, m.file) for m in mutants)
+    seen, queues = collections.Counter(), {kind: [] for kind in KINDS}
+    for m in mutants:
+        seen[m.kind, m.file] += 1
+        queues[m.kind].append((seen[m.kind, m.file] / size[m.kind, m.file] ** 0.5, m))
+    chosen = []
+    for left, queue in zip(range(len(queues), 0, -1), sorted(queues.values(), key=len)):
+        share = -(-(count - len(chosen)) // left)
+        chosen += [m for _, m in sorted(queue, key=lambda ranked: ranked[0])[:share]]
+    return chosen
 
-    def __init__(self, number):
-        self.source = ROOT / "build" / "mutants" / str(number)
-        self.build_folder = self.source / "build"
-        self.scratch = self.source / "scratch"
-        tracked = subprocess.check_output(["git", "ls-files", "-z"], cwd=ROOT, text=True)
-        for name in filter(None, tracked.split("\0")):
-            copy = self.source / name
-            if copy.exists() and copy.read_bytes() == (ROOT / name).read_bytes():
-                continue  # need not be built again
-            copy.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(ROOT / name, copy)
-        subprocess.run(["cmake", "-S", self.source, "-B", self.build_folder, "-G", "Ninja",
-                        "--log-level=WARNING", "-DBUILD_TESTING=ON", "-DFLD_SANITIZE=ON",
-                        "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-w"],
-                       check=True, stdout=subprocess.DEVNULL)
-        if not self.builds() or not self.tests_pass():
-            sys.exit(f"mutants: building or testing fails without a change: {self.build_folder}")
 
-    def run(self, *command):
-        """Whether a command succeeds in time; ends what it leaves running."""
-        shutil.rmtree(self.scratch, ignore_errors=True)
-        self.scratch.mkdir()
-        # A limit of the address space does not go together with the sanitizer.
-        environment = dict(os.environ, TMPDIR=str(self.scratch),
-                           ASAN_OPTIONS="max_allocation_size_mb=1000")
-        limit = lambda: resource.setrlimit(resource.RLIMIT_CPU, (CPU_SECONDS, CPU_SECONDS))
-        process = subprocess.Popen(command, cwd=self.build_folder, env=environment,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                   start_new_session=True, preexec_fn=limit)
-        try:
-            return process.wait(SECONDS) == 0
-        except subprocess.TimeoutExpired:
-            return False
-        finally:
+class Outcomes:
+    """What came of each change; kept in a file, line by line as it comes."""
+
+    def __init__(self, fresh):
+        FOLDER.mkdir(parents=True, exist_ok=True)
+        self.lock, self.known = threading.Lock(), {}
+        self.file = (FOLDER / "outcomes").open("w+" if fresh else "a+")
+        self.file.seek(0)
+        for line in self.file:
             try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-            process.wait()
+                record = json.loads(line)
+                self.known[record["key"]] = record
+            except ValueError:
+                pass  # cut short when a run was ended
 
-    def builds(self):
-        return self.run("cmake", "--build", ".", "--target", "fld_tests")
-
-    def tests_pass(self):
-        """What the short tests notice need not wait for the battery."""
-        return all(self.run("./fld_tests", "--gtest_fail_fast", f"--gtest_filter={which}")
-                   for which in ("-*Battery*", f"*Battery*-{WIDEST}"))
-
-    def outcome(self, mutant):
-        path = self.source / mutant.file
-        text = path.read_text()
-        path.write_text(text[:mutant.begin] + mutant.new + text[mutant.end:])
-        try:
-            if not self.builds():
-                return "does not compile"
-            return "survived" if self.tests_pass() else "noticed"
-        finally:
-            path.write_text(text)
+    def keep(self, **record):
+        with self.lock:
+            self.known[record["key"]] = record
+            print("\n" + json.dumps(record), file=self.file, flush=True)
 
 
-def try_all(mutants, jobs):
-    """How often each outcome came."""
-    outcomes = collections.Counter()
-    left = iter(mutants)
+def print_survivor(mutant):
+    print(f"survived, {mutant.kind}, line {mutant.line}:\n{mutant.entry}", flush=True)
+
+
+def try_all(mutants, jobs, unchanged, outcomes):
+    runner, lock, left = Runner(), threading.Lock(), iter(mutants)
+
+    def check_copy(number, copy):
+        key = f"{unchanged} {number}"  # each has its own builds
+        if key in outcomes.known:
+            return
+        if copy.try_tests()[0] != "survived":
+            runner.end()
+            raise RuntimeError(f"building or testing fails without a change: {copy.source}")
+        outcomes.keep(key=key, outcome="unchanged")
 
     def work(number):
-        copy = Copy(number)
-        for mutant in left:
-            outcome = copy.outcome(mutant)
-            outcomes[outcome] += 1
-            if outcome == "survived":
-                print(f"survived, line {mutant.line}:\n{mutant.entry}", flush=True)
+        try:
+            copy = Copy(number, runner)
+            check_copy(number, copy)
+            while True:
+                with lock:
+                    mutant = next(left, None)
+                if not mutant:
+                    return
+                begun = time.monotonic()
+                outcome, by = copy.try_change(mutant)
+                seconds = round(time.monotonic() - begun, 1)
+                outcomes.keep(key=mutant.key, outcome=outcome, by=by, seconds=seconds,
+                              kind=mutant.kind, entry=mutant.entry)
+                if outcome == "survived":
+                    print_survivor(mutant)
+        except Ended:
+            pass
 
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         try:
             list(pool.map(work, range(jobs)))
         except KeyboardInterrupt:
-            collections.deque(left, maxlen=0)  # nothing is left; those at hand are ended
-    return outcomes
+            runner.end()
+        except RuntimeError as error:
+            sys.exit(f"mutants: {error}")
+
+
+def print_summary(mutants, known):
+    counts = {kind: collections.Counter() for kind in [*KINDS, "overall"]}
+    for mutant in mutants:
+        outcome = known.get(mutant.key, {"outcome": "not tried"})["outcome"]
+        counts[mutant.kind][outcome] += 1
+        counts["overall"][outcome] += 1
+    columns = ("noticed", "survived", "does not compile", "not tried")
+    print(f"\n{'':18}" + "".join(f"{column:>18}" for column in columns))
+    for kind, count in counts.items():
+        print(f"{kind:18}" + "".join(f"{count[column]:18}" for column in columns))
+    noticed, survived = (counts["overall"][column] for column in columns[:2])
+    print(f"\nnoticed: {noticed} of {noticed + survived} changes, "
+          f"{100 * noticed / max(noticed + survived, 1):.1f} %")
 
 
 def main():
     parser = argparse.ArgumentParser(prog="scripts/mutants", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--count", type=int, default=100, help="how many changes; 0: all")
+    parser.add_argument("--count", type=int, default=288, help="how many changes; 0: all")
     parser.add_argument("--seed", type=int, default=1, help="which of them")
     parser.add_argument("--file", default="", help="only files whose path contains this")
+    parser.add_argument("--kind", default="", help="only kinds whose name contains this")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="how many at a time")
+    parser.add_argument("--fresh", action="store_true", help="forget what earlier runs found")
     options = parser.parse_args()
 
-    paths = [path for path in sorted((ROOT / "src").rglob("*")) if path.suffix in (".cpp", ".h")]
-    every = [mutant for path in paths for mutant in mutants_of(path)]
+    tests = digest(*((ROOT / name).read_bytes()
+                     for name in tracked_files("tests", "host", "samples")))
+    sources = [name for name in tracked_files("src") if name.endswith((".cpp", ".h"))]
+    every = [mutant for file in sources for mutant in mutants_of(file, tests)]
     equivalent = read_reasons("mutants-equivalent.txt")
     for entry in equivalent.keys() - {mutant.entry for mutant in every}:
         print(f"mutants-equivalent.txt: no such change: {entry}")
-    random.Random(options.seed).shuffle(every)
-    every = [m for m in every if options.file in m.file and m.entry not in equivalent]
-    chosen = every[:options.count or len(every)]
-    print(f"{len(every)} changes are possible, {len(chosen)} are tried", flush=True)
-
+    every = [m for m in every if options.file in m.file and options.kind in m.kind
+             and m.entry not in equivalent]
+    chosen = draw(every, options.count or len(every), options.seed)
+    outcomes = Outcomes(options.fresh)
+    left = [m for m in chosen if m.key not in outcomes.known]
+    print(f"{len(every)} changes are possible, {len(chosen)} are tried, of which "
+          f"{len(chosen) - len(left)} were before", flush=True)
+    for mutant in chosen:
+        if outcomes.known.get(mutant.key, {}).get("outcome") == "survived":
+            print_survivor(mutant)
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    outcomes = try_all(chosen, options.jobs)
-    counted = outcomes["noticed"] + outcomes["survived"]
-    print(f"noticed: {outcomes['noticed']} of {counted} changes, "
-          f"{100 * outcomes['noticed'] / max(counted, 1):.1f} %; "
-          f"{outcomes['does not compile']} more do not compile")
+    if left:
+        unchanged = digest(tests.encode(), *((ROOT / file).read_bytes() for file in sources))
+        # Those of one file together: a change that is taken back is built again with the next.
+        try_all(sorted(left, key=lambda m: m.file), options.jobs, unchanged, outcomes)
+    print_summary(chosen, outcomes.known)
 
 
 if __name__ == "__main__":
