@@ -121,7 +121,8 @@ def comparison_moved(text, code):
 def entries_exchanged(text, code):
     """Values beside each other, or in the same column of rows beside each other."""
     def exchange(a, b, c, d):
-        if text[a:b] != text[c:d]:
+        forms = [text[at] if text[at] in '"{' else "" for at in (a, c)]
+        if text[a:b] != text[c:d] and forms[0] == forms[1]:  # others do not compile
             yield a, d, text[c:d] + text[b:c] + text[a:b]
 
     for _, entries in tables(code):
@@ -176,11 +177,11 @@ def prefix_cut(text, code):
     for found in re.finditer(r"\b(strcmp|strncmp|memcmp)\(", code):
         end = after_bracket(code, found.end() - 1)
         *_, (a, b) = parts(code, found.end(), end - 1)
-        if found[1] == "strcmp":
+        if found[1] != "strcmp":
+            yield a, b, f"{text[a:b]} - 1"
+        elif code[end:].startswith((" == 0", " != 0")):  # what is less is so by its prefix too
             new = f"strncmp{text[found.end() - 1:b]}, strlen({text[a:b]}))"
             yield found.start(), end, new
-        else:
-            yield a, b, f"{text[a:b]} - 1"
 
 
 def operator_swapped(text, code):
