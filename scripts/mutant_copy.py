@@ -47,12 +47,12 @@ class Runner:
         with self.lock:
             self.ended = True
             for process in self.running:
-                self.kill(process)
+                self.kill(process, signal.SIGTERM)  # which a build passes on to its compilers
 
     @staticmethod
-    def kill(process):
+    def kill(process, how=signal.SIGKILL):
         try:
-            os.killpg(process.pid, signal.SIGKILL)
+            os.killpg(process.pid, how)
         except ProcessLookupError:
             pass
 
