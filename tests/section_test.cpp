@@ -177,6 +177,8 @@ static std::vector<Layout> layouts()
         {"negative_volume_list", region(volume, -1, {wall, int_item(-1), none}), false},
         {"empty_volume_list_of_records_of_minus_1",
          region(volume, -1, {wall, zero, ints({4, -1, 1}), ints({})}), false},
+        {"empty_volume_list_of_no_records", region(volume, -1, {wall, zero, ints({4, 1, 0})}),
+         false},
         {"blank_volume_name_longer_than_the_file",
          layout(volume_list, {three, int_item(1), int_item(70000), ints({1, 0, 1}), record(""),
                               int_array({2}), int_array({1, 2})}),
@@ -287,6 +289,8 @@ TEST(Header, keyword_groups)
     const Section double_marker = layout("Unused", {real_array({7}, 4), real_array({-2}, 8)});
     const Section marker_of_8_bytes = layout("Unused", {real_array({7}, 8)});
     const Section two_markers = layout("Unused", {real_array({7}, 4), real_array({-2}, 4)});
+    const Section pair_of_markers =
+        layout("Unused", {real_array({7}, 4), ints({8, 2, 1}), ints({0, 0, 0, 0})});
     const Section two_times = layout("Cycle", {int_item(1), ints({4, 2, 1}), ints({0, 0})});
     Section no_end = layout("Unused", {real_array({7}, 4), ints({0, 1, 0})});
     no_end.closed = false;
@@ -319,6 +323,7 @@ TEST(Header, keyword_groups)
         {"marker of 8 bytes", {bias(), marker_of_8_bytes}, ""},
         {"end record with a length", {bias(), no_end}, ""},
         {"two single markers", {bias(), two_markers}, ""},
+        {"two double markers", {bias(), pair_of_markers}, ""},
         {"no end record", {unclosed, cycle(1, 1)}, ""},
     };
     for (const auto& c : cases) {

@@ -47,6 +47,22 @@ TEST(NameLists, end_at_the_hosts_capacity)
     EXPECT_EQ(boundaries(0), "boundary count 3\n");
 }
 
+// Every grid's names are looked at by themselves, from the first on.
+TEST(NameLists, begin_anew_with_every_grid)
+{
+    FldFile file{{grid_of({}), grid_of({}), grid_of({})}};
+    const std::vector<std::vector<std::string>> names = {{"a"}, {"a", "b"}, {"a", "c"}};
+    for (size_t grid = 0; grid < 3; ++grid) {
+        for (const std::string& name : names[grid]) {
+            file.grids[grid].push_back(surfaces({{name, {}}}));
+            file.grids[grid].push_back(scalar(name, "", ones));
+        }
+    }
+    EXPECT_EQ(opened({{"a.fld", file}}, {"boundary", "variable"},
+                     {.boundary_capacity = 3, .variable_capacity = 3}),
+              "boundary a\nboundary b\nboundary c\nvariable a\nvariable b\nvariable c\n");
+}
+
 // A vector needs three free rows; without them it is counted, and nothing is stored of it. Later
 // grids do not merge the rows that were never written.
 TEST(NameLists, hold_a_vector_whole_or_not_at_all)
