@@ -24,6 +24,12 @@ namespace utf8wrap
 
 struct FileStatus {
     bool is_regular;
+    uint64_t device; // with the number: which file it is, whatever its name
+    uint64_t file_number;
+    int64_t size; // bytes
+    // Nanoseconds since the epoch; to be compared only, since they wrap outside 1677 to 2262.
+    int64_t modified; // the content, or as someone has set it
+    int64_t changed;  // content or status; set by the system alone
 };
 
 // 0 when the path exists (links are followed), else -1 with the status untouched.
