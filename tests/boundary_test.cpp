@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <set>
 
@@ -55,6 +56,30 @@ TEST(LibraryFile, needs_nothing_but_the_system)
     }
     EXPECT_GE(needed, 1);
 }
+
+#ifdef FLD_RELEASE
+// Addresses bound when it is loaded and read-only from then on, no code where data is written, and
+// checks of the stack and of calls that fill arrays.
+TEST(LibraryFile, is_hardened_as_the_program_is)
+{
+    for (const std::string file : {FLD_READER_PATH, FLD_PROGRAM_PATH}) {
+        std::string text;
+        for (const std::string& line : lines_of(FLD_OBJDUMP " -p -T " + file)) text += line + "\n";
+        for (const char* trait : {" RELRO off ", " FLAGS +0x0*8\n", " STACK off ",
+                                  " __stack_chk_fail\n", " __[a-z]+_chk\n"}) {
+            const testing::Matcher<std::string> has_trait = testing::ContainsRegex(trait);
+            EXPECT_TRUE(has_trait.Matches(text)) << file << trait;
+        }
+        EXPECT_EQ(text.find(" flags rwx\n"), std::string::npos) << file;
+    }
+#ifdef __x86_64__
+    // Jumps through pointers may lead to functions that begin with this instruction (endbr64).
+    void* const library = dlopen(FLD_READER_PATH, RTLD_NOW);
+    EXPECT_EQ(memcmp(dlsym(library, "reader_get_func"), "\xF3\x0F\x1E\xFA", 4), 0);
+    dlclose(library);
+#endif
+}
+#endif
 
 // ---- services ----
 
