@@ -81,6 +81,20 @@ TEST(LibraryFile, is_hardened_as_the_program_is)
 }
 #endif
 
+#ifdef FLD_C_HOST_PATH
+// It has no C++ library. Every allocation that is refused to the library leads to one line.
+TEST(LibraryFile, serves_a_host_in_c_that_runs_out_of_memory)
+{
+    const TemporaryDirectory directory;
+    std::string command = FLD_C_HOST_PATH " " FLD_READER_PATH " ";
+    command += directory.write("a.fld", build(tetrahedron_file()));
+    for (const char* name : fld_host::service_names()) command.append(" ").append(name);
+    const std::vector<std::string> lines = lines_of(command);
+    ASSERT_GT(lines.size(), 30U);
+    EXPECT_EQ(lines.back(), std::to_string(lines.size() - 1) + " refused, 1 cell, 2 faces");
+}
+#endif
+
 // ---- services ----
 
 static int unused_service()
