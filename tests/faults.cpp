@@ -53,10 +53,6 @@ WRAP(void*, malloc, (size_t n), { return fails(ALLOCATION) ? nullptr : counted(_
 WRAP(void*, calloc, (size_t n, size_t size),
      { return fails(ALLOCATION) ? nullptr : counted(__real_calloc(n, size), 1); })
 WRAP(void, free, (void* block), { __real_free(counted(block, -1)); })
-// operator new[] that does not throw; operator delete[] of an array that knows its size
-WRAP(void*, _ZnamRKSt9nothrow_t, (size_t n, const void* tag),
-     { return fails(ALLOCATION) ? nullptr : counted(__real__ZnamRKSt9nothrow_t(n, tag), 1); })
-WRAP(void, _ZdaPvm, (void* block, size_t n), { __real__ZdaPvm(counted(block, -1), n); })
 WRAP(ssize_t, pread, (int file, void* to, size_t n, off_t position), {
     if (fails(READ)) {
         errno = faults.plan.way == SHORT ? EINTR : EIO;
@@ -73,10 +69,8 @@ WRAP(FILE*, fopen, (const char* path, const char* mode),
 // The system closes a file also when it reports that this failed.
 WRAP(int, fclose, (FILE* file),
      { --faults.handles; const int r = __real_fclose(file); return fails(CLOSE) ? EOF : r; })
-WRAP(int, stat, (const char* path, struct stat* status),
-     { return fails(STATUS) ? -1 : __real_stat(path, status); })
-WRAP(int, fstat, (int file, struct stat* status),
-     { return fails(STATUS) ? -1 : __real_fstat(file, status); })
+WRAP(int, statx, (int file, const char* path, int flags, unsigned mask, struct statx* status),
+     { return fails(STATUS) ? -1 : __real_statx(file, path, flags, mask, status); })
 WRAP(int, clock_gettime, (clockid_t clock, timespec* time), {
     const int status = __real_clock_gettime(clock, time);
     time->tv_sec += faults.seconds_later;

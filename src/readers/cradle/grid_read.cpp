@@ -13,8 +13,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
-#include <new>
 
 // ---- finding sections ----
 
@@ -79,7 +77,7 @@ static bool read_nodes(int32_t unit, int32_t grid, int32_t node_count, float* co
 
 // The grid's wall regions and the faces that belong to them.
 struct Walls {
-    std::unique_ptr<HeapArray<char>[]> names;
+    OwnerArray<HeapArray<char>> names;
     int32_t name_count = 0;
     HeapArray<ElementWall> faces;
     int32_t face_count = 0;
@@ -88,7 +86,7 @@ struct Walls {
 
 static bool read_wall_names(int32_t unit, int32_t grid, int32_t expected, Walls* walls)
 {
-    walls->names.reset(new (std::nothrow) HeapArray<char>[static_cast<size_t>(expected)]);
+    walls->names = owner_array<HeapArray<char>>(expected);
     if (!walls->names) {
         print_diagnostic("Data reader error: not enough dynamic memory for wall names.\n");
         return false;

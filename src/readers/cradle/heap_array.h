@@ -31,3 +31,23 @@ template <class T> [[nodiscard]] HeapArray<T> zeroed_heap_array(int64_t count)
     return HeapArray<T>(
         static_cast<T*>(std::calloc(count > 0 ? static_cast<size_t>(count) : 1, sizeof(T))));
 }
+
+// An array whose elements own memory themselves: they are destroyed with it.
+template <class T> struct FreeOwners {
+    int64_t count;
+    void operator()(T* owners) const
+    {
+        std::destroy_n(owners, count);
+        std::free(owners);
+    }
+};
+template <class T> using OwnerArray = std::unique_ptr<T[], FreeOwners<T>>;
+
+// So many empty owners, by heap_array's rules.
+template <class T> [[nodiscard]] OwnerArray<T> owner_array(int64_t count)
+{
+    T* const owners = heap_array<T>(count).release();
+    if (!owners) return {};
+    std::uninitialized_value_construct_n(owners, count);
+    return {owners, {count}};
+}

@@ -58,8 +58,11 @@ static bool make_polar(const ResultsRead& read)
     float* const radius = read.nodes->polar.get();
     float* const angle = radius + read.node_count;
     for (int32_t i = 0; i < read.node_count; ++i) {
-        radius[i] = static_cast<float>(std::hypot(double{x[i]}, double{y[i]}));
-        angle[i] = static_cast<float>(std::atan2(double{y[i]}, double{x[i]}));
+        const double wide_x = x[i];
+        const double wide_y = y[i];
+        // The squares of floats neither overflow nor underflow in a double.
+        radius[i] = static_cast<float>(std::sqrt(wide_x * wide_x + wide_y * wide_y));
+        angle[i] = static_cast<float>(std::atan2(wide_y, wide_x));
     }
     return true;
 }

@@ -3,6 +3,7 @@
 #include "ui/util/utf8wrap.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -130,6 +131,8 @@ static bool move_to(RecordStream* stream, int64_t position)
     stream->position = position;
     return true;
 }
+
+static_assert(std::endian::native == std::endian::little, "only big-endian files are reversed");
 
 static uint32_t reversed(uint32_t word)
 {

@@ -41,8 +41,8 @@ int64_t read_at(FILE* stream, int64_t position, int64_t count, void* to, bool* f
     return got;
 }
 
-// statx, because its layout and symbol are the same whichever system the library is built on:
-// stat and fstat bind to the C library of the builder and would keep it from older ones.
+// The status of a file comes from statx: stat and fstat are functions of the C library only since
+// glibc 2.33, and what is built to call them loads with no older one.
 
 int64_t file_length(FILE* stream)
 {
