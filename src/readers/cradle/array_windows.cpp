@@ -61,7 +61,7 @@ const int32_t* refill_and_take(IntWindow* window, int32_t count)
     const int32_t more = std::min(window->capacity - kept, window->item.records.values_left);
     if (!read_passed(&window->item, more, window->values.get() + kept)) return nullptr;
     window->end = kept + more;
-    if (count > window->end) return nullptr;
+    if (count > window->end) return nullptr; // never: no caller takes more than the array has
     window->begin = count;
     return window->values.get();
 }

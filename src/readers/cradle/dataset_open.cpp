@@ -188,7 +188,7 @@ static bool open_dataset(const char* name, int32_t unit, int32_t grid_capacity, 
     scan_fld_file(GIVEN_FILE, name, unit, grid_capacity, grid_count, node_counts, lists,
                   &error_flag);
     if (error_flag) return false;
-    if (*grid_count == 0) {
+    if (*grid_count == 0) { // never: a scan that succeeds has counted a grid
         print_diagnostic("Data reader error: file has no grids.\n");
         return false;
     }

@@ -210,6 +210,7 @@ bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
     if (!read_int_item(unit, &not_interpreted) || !read_int_item(unit, &element_count)) {
         return false;
     }
+    // The scan knows no number of materials: it passes 0.
     if ((!scan_only || material_count >= 1) && material_count != element_count) {
         print_diagnostic("Error: element count %d does not match element material count %d\n",
                          element_count, material_count);
@@ -223,7 +224,7 @@ bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
     if (!open_array(unit, scan_only, list.list_length, &list.node_list)) return false;
     if (scan_only) return true;
 
-    if (element_count >= 1 && !materials) {
+    if (element_count >= 1 && !materials) { // never: there are as many materials as elements
         print_diagnostic("Data reader error: element material array is NULL.\n");
         return false;
     }

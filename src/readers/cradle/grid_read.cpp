@@ -69,7 +69,7 @@ static bool read_nodes(int32_t unit, int32_t grid, int32_t node_count, float* co
         return false;
     }
     if (!section_is_alone(next_grid_section)) return false;
-    if (nodes_read == node_count) return true;
+    if (nodes_read == node_count) return true; // always: any other count has failed before
     print_diagnostic("Data reader error: node count %d does not match query count %d\n", nodes_read,
                      node_count);
     return false;
@@ -168,7 +168,7 @@ static bool read_cells(int32_t unit, int32_t grid, const Walls& walls)
         !read_fld_element_materials(unit, false, &material_count, &materials)) {
         return false;
     }
-    if (!materials) {
+    if (!materials) { // never: they were read
         print_diagnostic("Error: null array of element materials.\n");
         return false;
     }

@@ -1,5 +1,5 @@
-// Owned arrays from the C heap. Sizes often come from a file: nothing here throws, and a size that
-// cannot be had is a null array.
+// Owned arrays from the C heap. Sizes often come from a file: nothing here throws, and an allocation
+// that fails gives a null array.
 #pragma once
 
 #include <cstdint>
@@ -16,12 +16,12 @@ template <class T> struct HeapArray : std::unique_ptr<T[], FreeHeap> {
     T& operator[](int64_t i) const { return this->get()[i]; }
 };
 
-// At least one element, so that "nothing to hold" and "could not be had" differ; null when the
-// memory cannot be had or the size wraps. The elements are not touched.
+// Has at least one element, so that an array of nothing differs from one without memory. Null when
+// there is no memory or the size overflows. The elements are not initialised.
 template <class T> [[nodiscard]] HeapArray<T> heap_array(int64_t count)
 {
     const size_t wanted = count > 0 ? static_cast<size_t>(count) : 1;
-    if (wanted > SIZE_MAX / 2 / sizeof(T)) return nullptr;
+    if (wanted > SIZE_MAX / 2 / sizeof(T)) return nullptr; // no product of two int32 is so large
     return HeapArray<T>(static_cast<T*>(std::malloc(wanted * sizeof(T))));
 }
 

@@ -144,7 +144,7 @@ bool read_text_item(int32_t unit, int32_t length, HeapArray<char>* text)
 
 bool read_string_item(int32_t unit, HeapArray<char>* text)
 {
-    if (!text) return false;
+    if (!text) return false; // never: every caller wants the text
     text->reset();
     ItemDescriptor item{};
     if (!read_item_descriptor(unit, &item)) return false;

@@ -70,6 +70,7 @@ bool read_fld_nodes(int32_t unit, bool scan_only, int32_t query_count, int32_t* 
         if (!read_real_array_item(unit, *node_count, values)) return false;
     }
     if (scan_only) return true;
+    // Always valid: the grid was refused before otherwise.
     if (!check_coordinate_system(dataset_state.coordinate_system)) return false;
     if (dataset_state.coordinate_system == CARTESIAN || query_count < 1) return true;
     if (polar && !keep_polar(coords, query_count, polar)) return false;

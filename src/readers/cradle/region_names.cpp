@@ -28,7 +28,7 @@ static bool is_wall_type(const char* type)
 static bool store_wall_name(const char* name, int32_t count, HeapArray<char>* wall_names,
                             int32_t capacity)
 {
-    if (!wall_names) {
+    if (!wall_names) { // never: without memory for the list the section is not read
         print_diagnostic("Data reader error: not enough dynamic memory for wall region names.\n");
         return false;
     }

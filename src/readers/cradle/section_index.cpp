@@ -55,7 +55,7 @@ static bool scan_nodes(const Scan& scan, const char* /*name*/)
 
 static bool scan_region_names(const Scan& scan, const char* /*name*/)
 {
-    if (!dataset_state.wall_region_counts) {
+    if (!dataset_state.wall_region_counts) { // never: the scan begins by making both counts
         print_diagnostic("Data reader error: not enough dynamic memory for walls.\n");
         return false;
     }
@@ -66,7 +66,7 @@ static bool scan_region_names(const Scan& scan, const char* /*name*/)
 template <SurfaceGeometryReader* read>
 static bool scan_surfaces(const Scan& scan, const char* /*name*/)
 {
-    if (!dataset_state.faces_per_grid) {
+    if (!dataset_state.faces_per_grid) { // never, likewise
         print_diagnostic("Data reader error: not enough dynamic memory for face count.\n");
         return false;
     }

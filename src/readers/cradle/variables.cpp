@@ -136,6 +136,7 @@ bool read_vector_section(int32_t unit, bool scan_only, const char* key, int32_t 
                          char* names, float* values)
 {
     if (!scan_only && !value_buffer_is_there(true, node_count, values)) return false;
+    // Always valid: the grid or its results were refused before otherwise.
     if (!scan_only && !check_coordinate_system(dataset_state.coordinate_system)) return false;
     int32_t not_interpreted = 0;
     int32_t value_count = 0;

@@ -27,7 +27,7 @@ static RecordStream* find_unit(int32_t unit)
 {
     for (int32_t slot = 0; slot <= last_unit; ++slot) {
         if (unit_table[slot].unit != unit) continue;
-        return unit_table[slot].file ? &unit_table[slot] : nullptr;
+        return unit_table[slot].file ? &unit_table[slot] : nullptr; // always a file: no holes
     }
     return nullptr;
 }
@@ -334,7 +334,7 @@ static bool recognise(RecordStream* stream)
         return little.whole || big.whole ||
                std::max(little.good, big.good) >= ENOUGH_GOOD_SUBRECORDS;
     }
-    return false;
+    return false; // never: the second walk does not stop early
 }
 
 // ---- units ----

@@ -19,7 +19,7 @@ namespace utf8wrap
 [[nodiscard]] int64_t read_at(FILE* stream, int64_t position, int64_t count, void* to,
                               bool* failed);
 
-// Length in bytes of the file behind the stream; -1 when it cannot be had.
+// Length in bytes of the file behind the stream, -1 on failure.
 [[nodiscard]] int64_t file_length(FILE* stream);
 
 struct FileStatus {
