@@ -80,7 +80,7 @@ static const int memory_files[2] = {memfd_create("out", 0), memfd_create("err", 
 
 // Reports of the sanitizers go past them.
 [[maybe_unused]] static const bool reports_go_past = [] {
-    void* const to = reinterpret_cast<void*>(intptr_t{dup(2)});
+    void* const to = std::bit_cast<void*>(intptr_t{dup(2)});
     return __sanitizer_set_report_fd && (__sanitizer_set_report_fd(to), true);
 }();
 
