@@ -217,12 +217,6 @@ private:
     std::minstd_rand random_;
 };
 
-static size_t write_back(const std::string& text, uint8_t* data)
-{
-    std::copy(text.begin(), text.end(), data);
-    return text.size();
-}
-
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size,
                                           unsigned seed)
 {
@@ -234,7 +228,7 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
     const size_t kind = mutator.below(32);
     if (kind < 2 || records.records.empty()) return LLVMFuzzerMutate(data, size, max_size);
     if (kind < 4) {
-        input.choices.resize(std::max<size_t>(input.choices.size(), 4));
+        input.choices.resize(std::max<size_t>(input.choices.size(), 5));
         input.choices[mutator.below(input.choices.size())] = static_cast<char>(mutator.below(256));
     } else if (kind < 5) {
         input.second_file = input.second_file.empty() ? input.file : "";
@@ -243,8 +237,9 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
         file = framed(records);
     }
     const std::string text = joined(input);
-    return text.size() <= max_size ? write_back(text, data)
-                                   : LLVMFuzzerMutate(data, size, max_size);
+    if (text.size() > max_size) return LLVMFuzzerMutate(data, size, max_size);
+    std::copy(text.begin(), text.end(), data);
+    return text.size();
 }
 
 } // namespace fld_fuzz

@@ -7,8 +7,8 @@
 namespace fld_fuzz
 {
 
-// Three choices: capacities and what the host does wrong; see the source. `before_reading` is
-// called between the header callback and the first data callback.
+// The choices, but for the fourth, say what the host does wrong; see the source. `before_reading`
+// is called between the header callback and the first data callback.
 void run_dataset(
     const std::string& path, const std::string& choices,
     const std::function<void()>& before_reading = [] {});

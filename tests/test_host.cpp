@@ -8,12 +8,12 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <new>
+#include <sanitizer/common_interface_defs.h>
+#include <span>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/common_interface_defs.h>
-#endif
+#pragma weak __sanitizer_set_report_fd // null without sanitizers
 
 namespace fld_test
 {
@@ -22,46 +22,70 @@ using fld_host::Shape;
 
 // ---- guarded buffers ----
 
-// An array that ends where memory ends: not even a read goes past it. Before it stands a guard, at
-// most two pages long. Guard and array are filled until they are written.
+constexpr size_t PAGE = 4096;
+
+// Behind each of them memory ends: not even a read goes past it. Kept for arrays to come.
+static std::vector<std::span<unsigned char>> spare_mappings;
+
+static std::span<unsigned char> take_mapping(size_t size)
+{
+    if (!spare_mappings.empty() && spare_mappings.back().size() >= size) {
+        const std::span<unsigned char> spare = spare_mappings.back();
+        spare_mappings.pop_back();
+        return spare;
+    }
+    size = std::max((size + PAGE - 1) / PAGE, size_t{16}) * PAGE;
+    void* const memory =
+        mmap(nullptr, size + PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::bad_alloc();
+    auto* const bytes = static_cast<unsigned char*>(memory);
+    EXPECT_EQ(mprotect(bytes + size, PAGE, PROT_NONE), 0);
+    return {bytes, size};
+}
+
+// An array at the end of a mapping, and a guard before it. Both are filled until they are written.
 template <class T> class GuardedArray
 {
 public:
     GuardedArray(int64_t count, unsigned char fill)
         : fill_(fill), size_(static_cast<size_t>(std::max<int64_t>(count, 0)) * sizeof(T)),
-          mapped_((size_ / PAGE + 2) * PAGE)
+          mapping_(take_mapping(GUARD + size_))
     {
-        void* const memory = mmap(nullptr, mapped_ + PAGE, PROT_READ | PROT_WRITE,
-                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED) throw std::bad_alloc();
-        bytes_ = static_cast<unsigned char*>(memory);
-        memset(bytes_, fill_, mapped_);
-        EXPECT_EQ(mprotect(bytes_ + mapped_, PAGE, PROT_NONE), 0);
+        memset(mapping_.last(GUARD + size_).data(), fill, GUARD + size_);
     }
-    // Reports a guard that was written to.
+    // Reports a guard that was written to: one byte is not like the one before it.
     ~GuardedArray()
     {
-        const auto untouched = [&](unsigned char byte) { return byte == fill_; };
-        EXPECT_TRUE(std::all_of(bytes_, bytes_ + mapped_ - size_, untouched))
+        const unsigned char* const guard = mapping_.last(GUARD + size_).data();
+        EXPECT_TRUE(guard[0] == fill_ && memcmp(guard, guard + 1, GUARD - 1) == 0)
             << "written before a buffer";
-        munmap(bytes_, mapped_ + PAGE);
+        spare_mappings.push_back(mapping_);
     }
     GuardedArray(const GuardedArray&) = delete;
     GuardedArray& operator=(const GuardedArray&) = delete;
 
-    T* data() { return reinterpret_cast<T*>(bytes_ + mapped_ - size_); }
+    T* data() { return reinterpret_cast<T*>(mapping_.last(size_).data()); }
     std::vector<T> copy() { return {data(), data() + size_ / sizeof(T)}; }
 
 private:
-    static constexpr size_t PAGE = 4096;
+    static constexpr size_t GUARD = 2 * PAGE;
     unsigned char fill_;
-    size_t size_, mapped_; // without the page past the end
-    unsigned char* bytes_;
+    size_t size_;
+    std::span<unsigned char> mapping_;
 };
 
 // ---- captured output ----
 
 static const int memory_files[2] = {memfd_create("out", 0), memfd_create("err", 0)};
+
+// Reports of the sanitizers go past them.
+[[maybe_unused]] static const bool reports_go_past = [] {
+    void* const to = std::bit_cast<void*>(intptr_t{dup(2)});
+    return __sanitizer_set_report_fd && (__sanitizer_set_report_fd(to), true);
+}();
+
+// Of more than this at a time the rest is counted only.
+constexpr off_t MOST_OUTPUT = 1 << 18;
 
 // While it lives, file descriptors 1 and 2 lead to memory files.
 class Capture
@@ -71,16 +95,10 @@ public:
     {
         (void)fflush(stdout);
         for (int i = 0; i < 2; ++i) {
-            file_[i] = memory_files[i];
-            EXPECT_EQ(ftruncate(file_[i], 0), 0);
-            lseek(file_[i], 0, SEEK_SET);
             saved_[i] = dup(i + 1);
-            dup2(file_[i], i + 1);
+            dup2(memory_files[i], i + 1);
         }
-        current = this;
-#ifdef __SANITIZE_ADDRESS__
-        __sanitizer_set_report_fd(reinterpret_cast<void*>(intptr_t{saved_[1]}));
-#endif
+        is_active = true;
     }
     ~Capture()
     {
@@ -89,32 +107,30 @@ public:
             dup2(saved_[i], i + 1);
             ::close(saved_[i]);
         }
-        current = nullptr;
-#ifdef __SANITIZE_ADDRESS__
-        __sanitizer_set_report_fd(reinterpret_cast<void*>(intptr_t{2}));
-#endif
+        is_active = false;
     }
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
 
-    // What was written to stream 0 (standard output) or 1 (standard error) since the last time.
-    std::string take(int stream)
+    // What was written to stream 0 (standard output) or 1 (standard error) since the last time: all
+    // that stands before the position of the file, which begins anew.
+    static std::string take(int stream)
     {
         (void)fflush(stdout);
-        std::string text;
-        char piece[4096];
-        for (ssize_t n = 0; (n = pread(file_[stream], piece, sizeof piece, taken_[stream])) > 0;) {
-            text.append(piece, static_cast<size_t>(n));
-            taken_[stream] += n;
-        }
-        return text;
+        const int file = memory_files[stream];
+        const off_t written = lseek(file, 0, SEEK_CUR);
+        if (written <= 0) return {};
+        std::string text(static_cast<size_t>(std::min(written, MOST_OUTPUT)), '\0');
+        EXPECT_EQ(pread(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+        lseek(file, 0, SEEK_SET);
+        if (written <= MOST_OUTPUT) return text;
+        return text + "... " + std::to_string(written - MOST_OUTPUT) + " bytes more\n";
     }
 
-    static inline Capture* current = nullptr;
+    static inline bool is_active = false;
 
 private:
-    int file_[2] = {}, saved_[2] = {};
-    off_t taken_[2] = {};
+    int saved_[2] = {};
 };
 
 // A file that stayed open takes the lowest free descriptor.
@@ -159,18 +175,17 @@ static std::string reals_text(const float* values, int64_t row, int64_t length)
 // Splits the library's output into lines; text that does not end in a newline is marked.
 void TestHost::log_output()
 {
-    for (int stream = 0; Capture::current && stream < 2; ++stream) {
-        std::string text = Capture::current->take(stream);
-        for (size_t at = 0;
-             !hidden_prefix.empty() && (at = text.find(hidden_prefix)) < text.size();) {
-            text.erase(at, hidden_prefix.size());
-        }
-        while (!text.empty()) {
-            const size_t length = text.find('\n');
-            const bool ended = length != std::string::npos;
-            log((stream == 0 ? "out " : "err ") + text.substr(0, length) +
-                (ended ? "" : " (no newline)"));
-            text.erase(0, ended ? length + 1 : std::string::npos);
+    for (int stream = 0; Capture::is_active && stream < 2; ++stream) {
+        const std::string text = Capture::take(stream);
+        for (size_t at = 0, end = 0; at < text.size(); at = end + 1) {
+            end = std::min(text.find('\n', at), text.size());
+            size_t hidden = trace_.size();
+            trace_.append(stream == 0 ? "out " : "err ").append(text, at, end - at);
+            while (!hidden_prefix.empty() &&
+                   (hidden = trace_.find(hidden_prefix, hidden)) != std::string::npos) {
+                trace_.erase(hidden, hidden_prefix.size());
+            }
+            trace_ += end < text.size() ? "\n" : " (no newline)\n";
         }
     }
 }
