@@ -383,6 +383,31 @@ TEST(BatteryBoundary, closed_from_inside_a_service)
     EXPECT_EQ(events(host.visit(path)), events(series.trace));
 }
 
+// A host that calls a callback from inside a service may lose the one that runs, and nothing else.
+TEST(BatteryBoundary, called_from_inside_a_service)
+{
+    const TemporaryDirectory directory;
+    const std::string path = write_files(directory, datasets()[0].files);
+    FaultyHost host;
+    for (const bool opens : {false, true}) {
+        bool is_called = false;
+        host.on_create = [&] {
+            if (std::exchange(is_called, true)) return;
+            const int32_t unit = 9, grid = 1, nodes = 4, variables = 1;
+            float coordinates[12], values[4];
+            int32_t flag = -1;
+            const auto read_data = host.library().registrations().readers[0].read_data;
+            if (opens) flag = open_directly(host, path.c_str());
+            if (!opens) read_data(&unit, &grid, &nodes, coordinates, &variables, values, &flag);
+            EXPECT_EQ(flag, 0);
+        };
+        EXPECT_EQ(pick(host.visit(path), {"flag"}),
+                  opens ? "flag 0\nflag 1\n" : "flag 0\nflag 0\n");
+        host.on_create = [] {};
+        EXPECT_EQ(host.visit(path), datasets()[0].trace);
+    }
+}
+
 TEST(BatteryBoundary, a_null_name_cannot_be_opened)
 {
     FaultyHost host;

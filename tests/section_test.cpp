@@ -242,6 +242,37 @@ TEST(Sections, node_lists_may_be_longer_than_the_faces)
     EXPECT_EQ(pick(trace_of(file), {"face"}), "face 1 | 1 2 3\nface 2 | 2 3 4\n");
 }
 
+// What the file holds of the names of very many regions is looked at before their counts are
+// missed; of those that have no character in it, 65,536 are enough.
+TEST(Sections, names_come_before_the_counts_that_are_missing)
+{
+    const auto cut_behind = [](int32_t width, const std::string& names) {
+        Section cut = layout("LS_SurfaceGeometryArray",
+                             {int_item(3), int_item(70000), int_item(width), text_item(names)});
+        cut.closed = false;
+        FldFile file = added(tetrahedron_file(), cut);
+        file.last_name = "";
+        return file;
+    };
+    const std::string warning = "Data reader warning: skipping surface region with empty name.\n";
+    std::string names = "wall    ";
+    while (names.size() < size_t{4} * 69999) names += "wall";
+    names += "nope";
+    const std::vector<NamedFile> whole = {
+        {"a.fld", added(tetrahedron_file(), surface_array({{"wall", {}}}))}};
+    TestHost host;
+    host.start();
+    EXPECT_EQ(pick(run(host, {"", whole, "", {{"a.fld", cut_behind(4, names)}}}), {"out", "flag"}),
+              "flag 0\nout " + warning + "out Data reader error: boundary type not found: nope\n" +
+                  "flag 1\n");
+    EXPECT_EQ(events(run({{"a.fld", cut_behind(4, names)}})), "open\nout " + warning + "flag 1\n");
+    // The host counts most of them only.
+    const size_t warned = 65536 * warning.size() - (1U << 18);
+    const std::string trace = run({{"a.fld", cut_behind(0, "")}});
+    EXPECT_NE(trace.find("... " + std::to_string(warned) + " bytes more\nflag 1\n"),
+              std::string::npos);
+}
+
 // An item without data in the place of any other one, and the end of the section after it.
 TEST(Sections, that_stop_at_any_item_are_refused)
 {

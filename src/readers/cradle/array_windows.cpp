@@ -14,12 +14,11 @@ void print_no_memory_for_items(int32_t count)
 
 // ---- passing over first, reading later ----
 
-static bool pass_item(const ItemRecords& records, PassedItem* item)
+static bool pass_item(const ItemRecords& records, int32_t count, PassedItem* item)
 {
     *item = {records, nzn_mark(records.unit)};
     ItemRecords passed = records;
-    return read_item_values(&passed, passed.values_left, nullptr) && finish_item(&passed) &&
-           nzn_is_within_file(passed.unit);
+    return read_whole_item(&passed, count, nullptr) && nzn_is_within_file(passed.unit);
 }
 
 // Reads the next values as they are stored. The unit is left where it stood.
@@ -50,7 +49,7 @@ bool open_int_window(int32_t unit, int32_t count, IntWindow* window)
         return false;
     }
     ItemRecords records{};
-    return begin_int_array(unit, count, &records) && pass_item(records, &window->item);
+    return begin_int_array(unit, count, &records) && pass_item(records, count, &window->item);
 }
 
 const int32_t* refill_and_take(IntWindow* window, int32_t count)
@@ -79,9 +78,8 @@ bool pass_values(IntWindow* window, int32_t count)
 
 // ---- reals ----
 
-bool open_real_window(const ItemRecords& records, RealWindow* window)
+bool open_real_window(const ItemRecords& records, int32_t count, RealWindow* window)
 {
-    const int32_t count = records.values_left;
     if (!file_can_hold(records.unit, count, records.element_size)) return false;
     window->capacity = std::min(count, REAL_WINDOW_VALUES);
     window->values = heap_array<double>(window->capacity);
@@ -89,13 +87,13 @@ bool open_real_window(const ItemRecords& records, RealWindow* window)
         print_no_memory_for_items(count);
         return false;
     }
-    return pass_item(records, &window->item);
+    return pass_item(records, count, &window->item);
 }
 
 bool open_real_window(int32_t unit, int32_t count, RealWindow* window)
 {
     ItemRecords records{};
-    return begin_real_array(unit, count, &records) && open_real_window(records, window);
+    return begin_real_array(unit, count, &records) && open_real_window(records, count, window);
 }
 
 // Values stored in 4 bytes are widened.

@@ -52,7 +52,7 @@ struct RealWindow {
 
 // Starts on the next item, of `count` values; the second, on one whose descriptor was read.
 [[nodiscard]] bool open_real_window(int32_t unit, int32_t count, RealWindow* window);
-[[nodiscard]] bool open_real_window(const ItemRecords& records, RealWindow* window);
+[[nodiscard]] bool open_real_window(const ItemRecords& records, int32_t count, RealWindow* window);
 
 // Reads the next values into the window, at most its capacity and as many as are left; undefined
 // ones become +infinity.

@@ -23,6 +23,12 @@ void close_current_unit()
     dataset_state.current_unit = NO_UNIT;
 }
 
+void close_dataset_unit(int32_t unit)
+{
+    close_current_unit();
+    nzn_close_unit(unit);
+}
+
 void keep_file_name(const char* name, char (&kept)[FILE_NAME_LENGTH + 1])
 {
     memcpy(kept, name, strlen(name) + 1);
@@ -39,8 +45,7 @@ void empty_time_series()
     }
 }
 
-// Whether a file was opened since the last time that all was released.
-static bool dataset_is_held()
+bool dataset_is_held()
 {
     return dataset_state.current_unit != NO_UNIT || dataset_state.grid_file_name[0] != '\0' ||
            dataset_state.results_file_name[0] != '\0';

@@ -10,8 +10,15 @@
 // names that the dataset has no room for cannot be opened.
 [[nodiscard]] int32_t open_dataset_unit(int32_t unit, const char* name);
 
+// Whether a file was opened since all was released.
+[[nodiscard]] bool dataset_is_held();
+
 // Closes the dataset's open file, if there is one.
 void close_current_unit();
+
+// The same at the end of a callback, which opened its files on this unit: also when another
+// callback was called from inside one of its services.
+void close_dataset_unit(int32_t unit);
 
 // Keeps the name of a file that was opened, which is known to fit.
 void keep_file_name(const char* name, char (&kept)[FILE_NAME_LENGTH + 1]);

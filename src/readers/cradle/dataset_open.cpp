@@ -87,7 +87,9 @@ static void scan_fld_file(uint8_t mode, const char* name, int32_t unit, int32_t 
     *error_flag = 1;
     const int64_t times_freed = dataset_state.times_freed;
     host_register_callbacks(fld_free_dataset, fld_peek_time);
+    // A host that opened another dataset meanwhile has that one now.
     if (dataset_state.times_freed != times_freed) return;
+    if (mode == GIVEN_FILE && dataset_is_held()) return;
     const int32_t status = open_dataset_unit(unit, name);
     if (status == NZN_CANNOT_OPEN) print_diagnostic("Cannot open file: %s\n", name);
     if (status == NZN_NOT_UNFORMATTED) print_diagnostic("File is not unformatted: %s\n", name);
@@ -211,13 +213,13 @@ void fld_read_header(const char* name, void* /*unused*/, const int32_t* unit,
                      int32_t* boundary_count, char* boundary_names, void* /*unused*/,
                      int32_t* variable_count, char* variable_names, int32_t* error_flag)
 {
-    const int32_t grids = std::max(*grid_capacity, 0);
+    const int32_t file_unit = *unit;
     const int32_t variables = std::max(*variable_capacity, 0);
     *grid_count = 0;
     *boundary_count = 0;
     *variable_count = 0;
     *error_flag = 1;
-    std::fill_n(node_counts, grids, 0);
+    std::fill_n(node_counts, std::max(*grid_capacity, 0), 0);
     fld_free_dataset();
     // Kept aside until all is read: a host may close the dataset from one of its services.
     HeapArray<VariableSection> variable_sections = zeroed_heap_array<VariableSection>(variables);
@@ -232,8 +234,8 @@ void fld_read_header(const char* name, void* /*unused*/, const int32_t* unit,
         {variables, variable_count, variable_names, &variable_index},
         variable_sections.get()};
     const bool opened =
-        open_dataset(name ? name : "", *unit, grids, grid_count, node_counts, lists);
-    close_current_unit();
+        open_dataset(name ? name : "", file_unit, *grid_capacity, grid_count, node_counts, lists);
+    close_dataset_unit(file_unit);
     if (!opened) {
         // Nothing can be read from half a dataset.
         fld_free_dataset();

@@ -252,7 +252,9 @@ void fld_read_data(const int32_t* unit, const int32_t* grid_number, const int32_
     dataset_state.current_unit = NO_UNIT;
     // No grid has a number below 1; the largest one below it would have no predecessor.
     const int32_t number = std::max(*grid_number, 0);
-    if (!open_grid_file(*unit, file_of_grid(number))) return;
-    read_grid_and_results(*unit, number, *node_count, coords, *variable_count, values, error_flag);
-    close_current_unit();
+    const int32_t file_unit = *unit;
+    if (!open_grid_file(file_unit, file_of_grid(number))) return;
+    read_grid_and_results(file_unit, number, *node_count, coords, *variable_count, values,
+                          error_flag);
+    close_dataset_unit(file_unit);
 }

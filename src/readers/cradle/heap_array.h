@@ -1,5 +1,5 @@
-// Owned arrays from the C heap. Sizes often come from a file: nothing here throws, and an allocation
-// that fails gives a null array.
+// Owned arrays from the C heap. Sizes often come from a file: nothing here throws, and an
+// allocation that fails gives a null array.
 #pragma once
 
 #include <cstdint>

@@ -74,8 +74,7 @@ bool read_int_item(int32_t unit, int32_t* value)
 bool read_int_array_item(int32_t unit, int32_t count, int32_t* storage)
 {
     ItemRecords records{};
-    return begin_int_array(unit, count, &records) && read_item_values(&records, count, storage) &&
-           finish_item(&records);
+    return begin_int_array(unit, count, &records) && read_whole_item(&records, count, storage);
 }
 
 bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* array)
@@ -90,13 +89,6 @@ bool read_new_int_array_item(int32_t unit, int32_t count, HeapArray<int32_t>* ar
 }
 
 // ---- characters ----
-
-// How many characters the records hold, at most `most`.
-static int32_t characters_in(const ItemDescriptor& item, int32_t most)
-{
-    return static_cast<int32_t>(
-        std::min<int64_t>(int64_t{item.per_record} * item.record_count, most));
-}
 
 // Reads the item without touching more memory than the file has characters for. Without storage it
 // still finds what is wrong; only an item that claims no characters at all can then end well.
@@ -120,10 +112,9 @@ bool read_fixed_string_item(int32_t unit, int32_t length, FixedString* text)
     if (length > 0 && item.per_record == 0) return nzn_skip_record(unit) == NZN_OK;
 
     char* const to = text->characters.get();
-    text->gathered = characters_in(item, length);
-    ItemRecords records = records_of(unit, item, text->gathered);
-    if (!read_item_values(&records, text->gathered, to) || !finish_item(&records)) return false;
-    if (!nzn_is_within_file(unit)) return false;
+    ItemRecords records = records_of(unit, item, length);
+    text->gathered = records.values_left;
+    if (!read_whole_item(&records, text->gathered, to) || !nzn_is_within_file(unit)) return false;
     if (text->gathered == length || length == TOLERANT_LENGTH) return to != nullptr;
     print_diagnostic("Data reader error: expected %d characters, got %d\n", length, text->gathered);
     return false;
@@ -159,7 +150,7 @@ bool read_string_item(int32_t unit, HeapArray<char>* text)
         return false;
     }
     ItemRecords records = records_of(unit, item, length);
-    if (!read_item_values(&records, length, text->get()) || !finish_item(&records)) return false;
+    if (!read_whole_item(&records, length, text->get())) return false;
     trim_text(text->get(), length);
     return true;
 }
@@ -179,11 +170,10 @@ bool read_region_name(int32_t unit, int32_t name_length, HeapArray<char>* name)
 
 // ---- reals ----
 
-static bool read_doubles(const ItemRecords& records, float* values)
+static bool read_doubles(const ItemRecords& records, int32_t count, float* values)
 {
-    const int32_t count = records.values_left;
     RealWindow window{};
-    if (!open_real_window(records, &window)) return false;
+    if (!open_real_window(records, count, &window)) return false;
     for (int32_t at = 0; at < count;) {
         const int32_t n = std::min(window.capacity, count - at);
         if (!fill_real_window(&window, n)) return false;
@@ -193,12 +183,11 @@ static bool read_doubles(const ItemRecords& records, float* values)
     return true;
 }
 
-static bool read_floats(ItemRecords* records, float* values)
+static bool read_floats(ItemRecords* records, int32_t count, float* values)
 {
-    const int32_t count = records->values_left;
     const float unused = dataset_state.unused_float;
     ValueSearch search{std::bit_cast<uint32_t>(unused), false};
-    if (!read_item_values(records, count, values, &search) || !finish_item(records)) return false;
+    if (!read_whole_item(records, count, values, &search)) return false;
     if (search.found) map_unused(values, count, unused);
     return true;
 }
@@ -207,7 +196,7 @@ bool read_real_array_item(int32_t unit, int32_t count, float* values)
 {
     ItemRecords records{};
     if (!begin_real_array(unit, count, &records)) return false;
-    if (!values) return read_item_values(&records, count, nullptr) && finish_item(&records);
-    return records.element_size == 8 ? read_doubles(records, values)
-                                     : read_floats(&records, values);
+    if (!values) return read_whole_item(&records, count, nullptr);
+    return records.element_size == 8 ? read_doubles(records, count, values)
+                                     : read_floats(&records, count, values);
 }

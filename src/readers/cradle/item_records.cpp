@@ -22,8 +22,7 @@ bool is_end_record(const ItemDescriptor& item)
 static bool shape_fits(const ItemDescriptor& item, int32_t count)
 {
     if (count == 0) return item.per_record >= 0 && item.record_count == 1;
-    return item.per_record >= 1 && item.record_count >= 1 && item.record_count <= count &&
-           int64_t{item.per_record} * item.record_count >= count;
+    return item.per_record >= 1 && item.record_count >= 1 && item.record_count <= count;
 }
 
 bool file_can_hold(int32_t unit, int32_t count, int32_t element_size)
@@ -33,7 +32,13 @@ bool file_can_hold(int32_t unit, int32_t count, int32_t element_size)
 
 ItemRecords records_of(int32_t unit, const ItemDescriptor& item, int32_t count)
 {
-    return {unit, item.element_size, item.per_record, item.record_count, count, 0};
+    const int64_t held = int64_t{item.per_record} * item.record_count;
+    return {unit,
+            item.element_size,
+            item.per_record,
+            item.record_count,
+            static_cast<int32_t>(std::min<int64_t>(held, count)),
+            0};
 }
 
 static bool begin_array(int32_t unit, int32_t count, ItemRecords* records)
@@ -113,4 +118,10 @@ bool finish_item(ItemRecords* records)
         if (!begin_record(records)) return false;
     }
     return true;
+}
+
+bool read_whole_item(ItemRecords* records, int32_t count, void* to, ValueSearch* search)
+{
+    const int32_t held = records->values_left;
+    return read_item_values(records, held, to, search) && finish_item(records) && held == count;
 }

@@ -33,18 +33,22 @@ struct ItemRecords {
     int32_t record_left;  // of the current record, not read yet
 };
 
-// The records of an item that is asked for `count` values.
+// The records of an item, and the values that they hold, at most `count` of them.
 [[nodiscard]] ItemRecords records_of(int32_t unit, const ItemDescriptor& item, int32_t count);
 
-// Reads the descriptor of an array of `count` int32, or of so many reals of either size, and checks
-// that the records hold them all.
+// Reads the descriptor of an array of `count` int32, or of so many reals of either size. Its
+// records may hold fewer.
 [[nodiscard]] bool begin_int_array(int32_t unit, int32_t count, ItemRecords* records);
 [[nodiscard]] bool begin_real_array(int32_t unit, int32_t count, ItemRecords* records);
 
-// Reads the next `count` values as they are stored, or passes over them when `to` is null. A search
-// is for values of 4 bytes.
+// Reads the next `count` values, of those that are left, as they are stored, or passes over them
+// when `to` is null. A search is for values of 4 bytes.
 [[nodiscard]] bool read_item_values(ItemRecords* records, int32_t count, void* to,
                                     ValueSearch* search = nullptr);
 
 // Begins every record that is left: those of an item may go on behind its last value.
 [[nodiscard]] bool finish_item(ItemRecords* records);
+
+// Reads or passes over all values, and finishes the item. False also when they were not `count`.
+[[nodiscard]] bool read_whole_item(ItemRecords* records, int32_t count, void* to,
+                                   ValueSearch* search = nullptr);

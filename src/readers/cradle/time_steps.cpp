@@ -87,8 +87,10 @@ static FirstGrid look_at_first_grid(const char* name)
 
 // Whoever walks through a series opens one results file after the other, and each is paired with
 // the same grid file, past all steps between them. So files without a grid are remembered, beyond
-// the life of a dataset, as long as nobody writes to them. A set holds the files of one hash value,
-// the one remembered last in front; a file that is pushed out of its set is looked at once more.
+// the life of a dataset, as long as nobody writes to them. (What a program writes through a mapping
+// of the file shows in the file's times only now and then; solvers write records.) A set holds the
+// files of one hash value, the one remembered last in front; a file that is pushed out of its set
+// is looked at once more.
 constexpr size_t REMEMBERED_SETS = 8192;
 constexpr size_t SET_SIZE = 16;
 static utf8wrap::FileStatus files_without_grid[REMEMBERED_SETS][SET_SIZE];
