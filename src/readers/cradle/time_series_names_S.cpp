@@ -1,15 +1,13 @@
 #include "readers/cradle/time_series_names_S.h"
 
+#include "readers/cradle/series_expression.h"
 #include "ui/util/utf8wrap.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <regex.h>
 
 constexpr size_t TEXT_SIZE = 256; // every name, path, pattern and expression: 255 characters
-
-constexpr int64_t MOST_REPETITIONS = 1024;
 
 TimeSeriesEntry TimeSeriesTable[MAX_SERIES_FILES];
 
@@ -118,45 +116,9 @@ static void print_series_error(const char* what, const char* text)
     (void)fprintf(stderr, "\n***ERROR: %s \"%s\"\n", what, text);
 }
 
-// A compiled expression, released when it goes out of scope.
-struct Expression {
-    regex_t compiled{};
-    bool is_compiled = false;
-
-    Expression() = default;
-    Expression(const Expression&) = delete;
-    Expression& operator=(const Expression&) = delete;
-    ~Expression()
-    {
-        if (is_compiled) regfree(&compiled);
-    }
-};
-
-// How often an expression's repetitions may write out a part of it when it is compiled: each count,
-// such as {3,20}, multiplies what it stands behind, and each '+' doubles it. A name of thirty '+'
-// would ask for gigabytes.
-static int64_t repetitions(const char* text)
-{
-    int64_t product = 1;
-    int64_t count = 0;
-    for (bool in_braces = false; *text != '\0'; ++text) {
-        if (*text == '+') product *= 2;
-        if (*text == '{') in_braces = true;
-        if (*text == '}') in_braces = false;
-        if (!in_braces || !is_digit(*text)) {
-            product *= std::max<int64_t>(count, 1);
-            count = 0;
-        } else {
-            count = std::min<int64_t>(count * 10 + (*text - '0'), MOST_REPETITIONS + 1);
-        }
-        if (product > MOST_REPETITIONS) break;
-    }
-    return product;
-}
-
 // The names of a series: prefix and extension as they are, a number between them. What stands in
 // them for something else in a regular expression keeps that meaning.
-static bool compile_expression(const SeriesName& name, Expression* expression)
+static bool compile_expression(const SeriesName& name, SeriesExpression* expression)
 {
     char text[3 * TEXT_SIZE];
     if (name.form == SeriesForm::numbered_extension) {
@@ -166,10 +128,9 @@ static bool compile_expression(const SeriesName& name, Expression* expression)
     } else {
         (void)snprintf(text, sizeof text, "^%s[0-9][0-9]*$", name.prefix);
     }
-    expression->is_compiled = strlen(text) < TEXT_SIZE && repetitions(text) <= MOST_REPETITIONS &&
-                              regcomp(&expression->compiled, text, REG_EXTENDED | REG_NOSUB) == 0;
-    if (!expression->is_compiled) print_series_error("regcmp error", text);
-    return expression->is_compiled;
+    if (compile_series_expression(text, expression)) return true;
+    print_series_error("regcmp error", text);
+    return false;
 }
 
 // ---- the table ----
@@ -195,22 +156,22 @@ static void add_file(const char* path, int32_t number, const utf8wrap::FileStatu
 
 // A listed entry joins the table when it is a regular file of the series; false when the table is
 // full.
-static bool take_entry(const SeriesName& given, const Expression& expression, const char* file_name,
-                       int32_t* count)
+static bool take_entry(const SeriesName& given, const SeriesExpression& expression,
+                       const char* file_name, int32_t* count)
 {
     char path[2 * TEXT_SIZE];
     (void)snprintf(path, sizeof path, "%s%s", given.directory, file_name);
     utf8wrap::FileStatus status{};
     if (strlen(path) >= TEXT_SIZE || utf8wrap::_stat64(path, &status) != 0) return true;
     if (!status.is_regular) return true;
-    if (regexec(&expression.compiled, file_name, 0, nullptr, 0) != 0) return true;
+    if (!matches_series_expression(expression, file_name)) return true;
     if (*count >= MAX_SERIES_FILES) return false;
     add_file(path, series_number(file_name, given.form), status, count);
     return true;
 }
 
 // False when the directory cannot be listed.
-static bool list_series(const SeriesName& given, const Expression& expression, int32_t* count)
+static bool list_series(const SeriesName& given, const SeriesExpression& expression, int32_t* count)
 {
     char pattern[TEXT_SIZE + 2];
     (void)snprintf(pattern, sizeof pattern, "%s?*", given.directory);
@@ -238,7 +199,7 @@ int32_t time_series_names_S(const char* name, int32_t* index)
     *index = -1;
     int32_t count = 0;
     SeriesName given{};
-    Expression expression;
+    SeriesExpression expression;
     if (!split_series_name(name, &given) || !compile_expression(given, &expression)) return 0;
     if (!list_series(given, expression, &count)) return 0;
     std::sort(TimeSeriesTable, TimeSeriesTable + count,
