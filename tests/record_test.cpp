@@ -33,6 +33,29 @@ protected:
         return values;
     }
 
+    // Makes calls, each a word with what it must give: begin, skip, tell, and with a number: read
+    // int32, pass over bytes, seek. Gives what the last read filled, -7 where it did not.
+    static std::vector<int32_t> ints_after(const std::string& calls)
+    {
+        std::vector<int32_t> values;
+        std::istringstream words(calls);
+        for (std::string word; words >> word;) {
+            const std::string call = word.substr(0, word.find('='));
+            const size_t digits = call.find_first_of("-0123456789");
+            const std::string name = call.substr(0, digits);
+            const int64_t number = digits < call.size() ? std::stoll(call.substr(digits)) : 0;
+            if (name == "read") values = {-7, -7, -7};
+            const int64_t result = name == "begin"  ? nzn_begin_record(UNIT)
+                                   : name == "skip" ? nzn_skip_record(UNIT)
+                                   : name == "tell" ? nzn_tell(UNIT)
+                                   : name == "read" ? nzn_read_int32(UNIT, number, values.data())
+                                   : name == "pass" ? nzn_skip_bytes(UNIT, number)
+                                                    : nzn_seek(UNIT, number);
+            EXPECT_EQ(call + "=" + std::to_string(result), word) << calls;
+        }
+        return values;
+    }
+
     TemporaryDirectory directory_;
 };
 
@@ -146,12 +169,7 @@ TEST_F(Records, units_are_101_at_most)
 TEST_F(Records, fail_on_a_unit_that_is_not_open)
 {
     int32_t number = 0;
-    EXPECT_EQ(nzn_begin_record(UNIT), 5);
-    EXPECT_EQ(nzn_skip_record(UNIT), 5);
-    EXPECT_EQ(nzn_tell(UNIT), -1);
-    EXPECT_EQ(nzn_seek(UNIT, 0), 5);
-    EXPECT_EQ(nzn_read_int32(UNIT, 0, &number), 5);
-    EXPECT_EQ(nzn_skip_bytes(UNIT, 0), 5);
+    (void)ints_after("begin=5 skip=5 tell=-1 seek0=5 read0=5 pass0=5");
     EXPECT_EQ(nzn_take_records(UNIT, 4, 1, 1, &number), 0);
     EXPECT_FALSE(nzn_can_hold(UNIT, 0));
     EXPECT_EQ(nzn_return(UNIT, nzn_mark(UNIT)), 5);
@@ -231,25 +249,12 @@ TEST_F(Records, are_read_whole_when_long_and_in_runs_when_short)
 TEST_F(Records, refuse_more_than_they_hold)
 {
     for (const int32_t limit : {0, 3}) {
-        Ints values(3, -7);
         ASSERT_EQ(open(FldBuilder({.max_subrecord = limit}).ints({1, 2}).ints({3}).bytes()), 0);
-        EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "no record is begun";
-        EXPECT_EQ(nzn_begin_record(UNIT), 0);
-        EXPECT_EQ(nzn_read_int32(UNIT, 0, values.data()), 0);
-        EXPECT_EQ(nzn_read_int32(UNIT, -1, values.data()), 0);
-        EXPECT_EQ(nzn_read_int32(UNIT, INT64_MAX, values.data()), 5);
-        EXPECT_EQ(nzn_read_int32(UNIT, 3, values.data()), 5);
-        EXPECT_EQ(values, (Ints{1, 2, -7}));
-        EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "the record is consumed";
-        EXPECT_EQ(next_ints(1), Ints{3});
-        EXPECT_EQ(nzn_skip_bytes(UNIT, 1), 5);
-        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
-        EXPECT_EQ(nzn_begin_record(UNIT), 0);
-        EXPECT_EQ(nzn_skip_bytes(UNIT, 9), 5);
-        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
-        EXPECT_EQ(nzn_begin_record(UNIT), 0);
-        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
-        EXPECT_EQ(nzn_read_int32(UNIT, 1, values.data()), 5) << "a seek leaves the record";
+        (void)ints_after("read1=5 begin=0 read0=0 read-1=0 read9223372036854775807=5");
+        EXPECT_EQ(ints_after("read3=5"), (Ints{1, 2, -7}));
+        EXPECT_EQ(ints_after("read1=5 begin=0 read1=0"), (Ints{3, -7, -7}));
+        EXPECT_EQ(ints_after("pass1=5 seek0=0 begin=0 pass9=5 seek0=0 begin=0 seek0=0 read1=5"),
+                  (Ints{-7, -7, -7}));
         EXPECT_EQ(next_ints(2), (Ints{1, 2}));
     }
 }
@@ -279,28 +284,17 @@ TEST_F(Records, can_be_found_again)
             static_cast<int64_t>(FldBuilder(format).record(large).bytes().size());
         const FldBuilder b = FldBuilder(format).record(large).ints({1}).record("").ints({2});
         ASSERT_EQ(open(b.bytes()), 0);
-        EXPECT_EQ(nzn_seek(UNIT, -1), 5);
-        EXPECT_EQ(nzn_tell(UNIT), 0);
-        EXPECT_EQ(nzn_begin_record(UNIT), 0);
-        char text[3];
-        EXPECT_EQ(nzn_read_chars(UNIT, 3, text), 0);
         const int64_t size = std::ssize(b.bytes());
-        EXPECT_EQ(nzn_tell(UNIT), second);
-        EXPECT_EQ(nzn_tell(UNIT), second);
+        const std::string at = std::to_string(second), end = std::to_string(size);
+        (void)ints_after("seek-1=5 tell=0 begin=0 read1=0 tell=" + at + " tell=" + at);
         EXPECT_TRUE(nzn_can_hold(UNIT, size - second));
         EXPECT_FALSE(nzn_can_hold(UNIT, size - second + 1));
         EXPECT_EQ(next_ints(1), Ints{1});
-        EXPECT_EQ(nzn_skip_record(UNIT), 0);
-        EXPECT_EQ(next_ints(1), Ints{2});
-        EXPECT_EQ(nzn_tell(UNIT), size);
-        EXPECT_EQ(nzn_begin_record(UNIT), 4);
+        EXPECT_EQ(ints_after("skip=0 begin=0 read1=0 tell=" + end + " begin=4")[0], 2);
         EXPECT_EQ(nzn_seek(UNIT, size + 5000), 0);
         EXPECT_FALSE(nzn_can_hold(UNIT, 0));
-        EXPECT_EQ(nzn_seek(UNIT, second), 0);
-        EXPECT_EQ(next_ints(1), Ints{1});
-        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
-        EXPECT_EQ(nzn_skip_record(UNIT), 0);
-        EXPECT_EQ(next_ints(1), Ints{1});
+        EXPECT_EQ(ints_after("seek" + at + "=0 begin=0 read1=0")[0], 1);
+        EXPECT_EQ(ints_after("seek0=0 skip=0 begin=0 read1=0")[0], 1);
     }
 }
 
@@ -323,82 +317,45 @@ TEST_F(Records, may_be_added_while_they_are_read)
 
 // ---- damage behind a good start ----
 
-// Each word is a call and what it gives: begin, skip, tell, read 4 characters, seek to a place.
-TEST_F(Records, keep_their_place_when_a_call_fails)
+// Ten good records of 12 bytes, and what stands behind them. Seeking beyond the end of a file
+// succeeds; only the next read shows it.
+TEST_F(Records, fail_where_the_damage_begins_and_keep_their_place)
 {
     const FldBuilder b;
-    const std::string good = good_records(10).bytes(); // 120 bytes
-    const std::string four = b.encoded(4, 4), hundred = b.encoded(100, 4);
+    const std::string good = good_records(10).bytes(), data = "data", minus_four = b.encoded(-4, 4);
+    const std::string four = b.encoded(4, 4), five = b.encoded(5, 4), hundred = b.encoded(100, 4);
     const struct {
-        const char* name;
-        std::string bytes;
+        std::string bytes; // behind the good records
         const char* calls;
     } cases[] = {
-        {"no record follows, and none was begun", "", "seek120=0 begin=4 tell=120 begin=4"},
-        {"none follows the last", "", "seek108=0 begin=0 begin=4 tell=-1 begin=4"},
-        {"none can be skipped", "", "seek120=0 skip=4 tell=120 seek108=0 skip=0 skip=4 tell=-1"},
-        {"half a head marker", "xy", "seek120=0 begin=4 tell=122"},
-        {"data cut: not passed, not counted", hundred + "da", "seek120=0 skip=5 begin=4 tell=-1"},
-        {"continuation missing", b.encoded(-4, 4) + "data" + four,
-         "seek120=0 begin=0 read=0 read=4 tell=-1 begin=4"},
-        {"continuation missing, skipped", b.encoded(-4, 4) + "data" + four,
-         "seek120=0 skip=4 tell=-1"},
-        {"a short way beyond the end", "", "seek130=5 tell=120 seek0=0 seek130=5 tell=120"},
-        {"a long way beyond the end", "", "seek9999=0 tell=9999 begin=4 seek0=0 begin=0"},
+        // Nothing follows: before a record was begun, and after the last one.
+        {"", "tell=120 begin=4 tell=120 begin=4"},
+        {"", "seek108=0 begin=0 begin=4 tell=-1 begin=4"},
+        {"", "skip=4 tell=120 seek108=0 skip=0 skip=4 tell=-1"},
+        {"", "seek130=5 tell=120 seek0=0 seek130=5 tell=120"},
+        {"", "seek9999=0 tell=9999 begin=4"},
+        // The head marker is cut, is no length, or leads beyond the file.
+        {"xy", "begin=4 tell=122"},
+        {b.encoded(INT32_MIN, 4) + data, "begin=5 read1=5 seek120=0 skip=5"},
+        {b.encoded(INT32_MAX, 4) + data, "begin=0 read1=0 begin=4 seek120=0 skip=0"},
+        // The data are cut: not passed, not counted.
+        {hundred + "da", "skip=5 begin=4 tell=-1"},
+        {four + "da", "begin=0 read1=4 begin=5 seek120=0 skip=5"},
+        // The tail marker is cut, missing or wrong; its sign means nothing.
+        {four + data + "\4", "begin=0 read1=0 begin=4 seek120=0 skip=0"},
+        {four + data, "begin=0 read1=0 begin=4 seek120=0 skip=0"},
+        {four + data + five + four + data + four, "begin=0 read1=0 begin=5 seek120=0 skip=0"},
+        {four + data + minus_four + four + data + five, "begin=0 read1=0 begin=0 seek120=0 skip=0"},
+        // The continuation is missing, or its announcement ends with another length.
+        {minus_four + data + four, "begin=0 read1=0 read1=4 tell=-1 begin=4"},
+        {minus_four + data + four, "begin=0 read1=0 begin=4 seek120=0 skip=4 tell=-1"},
+        {minus_four + data + five + four, "begin=0 read1=0 begin=5 seek120=0 skip=5"},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.bytes));
         ASSERT_EQ(open(good + c.bytes), 0);
-        std::istringstream calls(c.calls);
-        for (std::string call; calls >> call;) {
-            char text[4];
-            const std::string name = call.substr(0, call.find('='));
-            const int64_t result = name == "begin"  ? nzn_begin_record(UNIT)
-                                   : name == "skip" ? nzn_skip_record(UNIT)
-                                   : name == "tell" ? nzn_tell(UNIT)
-                                   : name == "read" ? nzn_read_chars(UNIT, 4, text)
-                                                    : nzn_seek(UNIT, std::stoll(name.substr(4)));
-            EXPECT_EQ(name + "=" + std::to_string(result), call) << c.name << ": " << c.calls;
-        }
-    }
-}
-
-TEST_F(Records, fail_where_the_damage_begins)
-{
-    constexpr int32_t ANYTHING = -1;
-    const FldBuilder b;
-    const std::string good = good_records(10).bytes();
-    const std::string four = b.encoded(4, 4), five = b.encoded(5, 4), minus_four = b.encoded(-4, 4);
-    const struct {
-        const char* name;
-        std::string bytes;
-        int32_t begin, read, next, skip; // statuses at the record after the good ones
-    } cases[] = {
-        {"tail differs", four + "data" + five + four + "data" + four, 0, 0, 5, 0},
-        {"data cut", four + "da", 0, 4, 5, 5},
-        {"tail cut", four + "data" + "\4", 0, 0, 4, 0},
-        {"tail missing", four + "data", 0, 0, 4, 0},
-        {"continuation missing", minus_four + "data" + four, 0, 0, 4, 4},
-        {"tail before the continuation differs", minus_four + "data" + five + four, 0, 0, 5, 5},
-        {"wrong tail sign", four + "data" + minus_four + four + "data" + five, 0, 0, 0, 0},
-        {"head of the lowest number", b.encoded(INT32_MIN, 4) + "data", 5, 5, ANYTHING, 5},
-        {"head beyond the file", b.encoded(INT32_MAX, 4) + "data", 0, 0, 4, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        ASSERT_EQ(open(good + c.bytes), 0);
-        for (int i = 0; i < 10; ++i) EXPECT_EQ(next_ints(1), Ints{i});
-        const int64_t position = nzn_tell(UNIT);
-        EXPECT_EQ(position, static_cast<int64_t>(good.size()));
-        char text[4];
-        EXPECT_EQ(nzn_begin_record(UNIT), c.begin);
-        EXPECT_EQ(nzn_read_chars(UNIT, 4, text), c.read);
-        // Seeking beyond the end of a file succeeds; only the next read shows it.
-        const int32_t next = nzn_begin_record(UNIT);
-        EXPECT_TRUE(next == c.next || c.next == ANYTHING) << next;
-        EXPECT_EQ(nzn_seek(UNIT, position), 0);
-        EXPECT_EQ(nzn_skip_record(UNIT), c.skip);
-        EXPECT_EQ(nzn_seek(UNIT, 0), 0);
-        EXPECT_EQ(next_ints(1), Ints{0});
+        (void)ints_after(std::string("seek120=0 ") + c.calls);
+        EXPECT_EQ(ints_after("seek0=0 begin=0 read1=0")[0], 0);
     }
 }
 
