@@ -248,27 +248,6 @@ TEST(BatteryLongArrays, are_whole_or_not_read)
     }
 }
 
-// Without the end of its name a section's place is not known. The fourth read of the file begins at
-// byte 512, where the name ends.
-TEST(BatteryRecords, fail_behind_the_name_of_a_section)
-{
-    const auto with_text = [](size_t length) {
-        const Section comment = layout("Comment", {text_item(std::string(length, 'x'))});
-        FldFile file = with_keywords(tetrahedron_file(), {bias()});
-        file.grids[0].insert(file.grids[0].begin(), comment);
-        return build(file);
-    };
-    const auto end_of_name = [](const std::string& bytes) {
-        return bytes.find("LS_CoordinateSystem") + 32;
-    };
-    const std::string bytes = with_text(1 + 512 - end_of_name(with_text(1)));
-    ASSERT_EQ(end_of_name(bytes), 512U);
-    const TemporaryDirectory directory;
-    FaultyHost host;
-    EXPECT_EQ(host.visit(directory.write("a.fld", bytes), {READ, 4}),
-              "open\nout Error: unable to get file position in FLD file.\nflag 1\n");
-}
-
 // The end of a file is status 4, as the records that are cut show; a read that fails is 5.
 TEST(BatteryRecords, tell_a_failed_read_from_the_end_of_the_file)
 {
@@ -421,16 +400,6 @@ TEST(BatteryBoundary, a_null_name_cannot_be_opened)
         EXPECT_EQ(flag, 1);
     });
     EXPECT_EQ(host.take_trace(), "out Cannot open file: \nout Cannot open time step file: \n");
-}
-
-TEST(BatteryBoundary, a_thousand_visits_hold_nothing)
-{
-    FaultyHost host;
-    const TemporaryDirectory directory;
-    for (const Dataset& dataset : datasets()) {
-        const std::string path = write_files(directory, dataset.files, dataset.format);
-        for (int i = 0; i < 100; ++i) EXPECT_EQ(host.visit(path), dataset.trace);
-    }
 }
 
 } // namespace fld_test

@@ -354,33 +354,26 @@ TEST_P(BatteryFiles, alike_in_every_format)
     count_tried("formats", formats.size());
 }
 
-// Closed twice, opened twice, read backwards: every grid gives what it gave.
-TEST_P(BatteryFiles, opened_and_read_again_in_any_order)
+// Opened twice, read backwards and again: every grid gives what it gave.
+TEST_P(BatteryFiles, read_again_in_another_order)
 {
-    const std::string path = directory_.path(GetParam().files.back().name);
-    std::string backwards;
-    host_.open(path);
-    host_.take_trace();
-    for (int32_t grid = 1; grid <= host_.grid_count(); ++grid) {
-        host_.read(grid);
-        backwards.insert(0, host_.take_trace());
-    }
-    host_.close();
-    host_.close();
-    host_.open(path);
-    host_.open(path);
-    host_.take_trace();
-    for (int32_t grid = host_.grid_count(); grid >= 1; --grid) host_.read(grid);
-    EXPECT_EQ(host_.take_trace(), backwards);
-    host_.close();
+    host_.open(directory_.path(GetParam().files.back().name));
+    std::string reads;
+    const auto read_backwards = [&] {
+        host_.take_trace();
+        for (int32_t grid = host_.grid_count(); grid >= 1; --grid) {
+            host_.read(grid);
+            reads.insert(0, host_.take_trace());
+        }
+    };
+    const std::string again = visit(read_backwards);
+    EXPECT_EQ(again, reads + "close\n");
+    EXPECT_TRUE(good_trace_.ends_with(reads + "close\n"));
 }
 
-static std::vector<std::string> lines_of(const std::string& trace, const std::string& word)
+static int32_t count_of(const std::string& word, const std::string& trace)
 {
-    std::istringstream stream(pick(trace, {word}));
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    return lines;
+    return static_cast<int32_t>(std::ranges::count(pick(trace, {word}), '\n'));
 }
 
 static const std::vector<std::string> all_but_variables = {
@@ -391,33 +384,29 @@ static const std::vector<std::string> all_but_variables = {
 TEST_P(BatteryFiles, any_capacity)
 {
     size_t tried = 0;
-    const auto each = [&](int32_t& capacity, size_t count, const auto& check) {
-        const auto n = static_cast<int32_t>(count);
+    const auto each = [&](int32_t& capacity, int32_t n, const auto& check) {
         for (const int32_t rows : {0, 1, n - 1, n, n + 1}) {
             if (rows < 0) continue;
             capacity = rows;
             const std::string trace = visit();
-            rows < n ? check(trace, static_cast<size_t>(rows)) : expect(same, trace);
+            rows < n ? check(trace) : expect(same, trace);
             ++tried;
         }
         host_.controls = {};
     };
-    each(host_.controls.grid_capacity, static_cast<size_t>(host_.grid_count()),
-         [&](const std::string& trace, size_t /*rows*/) { expect(refused, trace); });
-
-    const std::vector<std::string> names = lines_of(good_trace_, "boundary");
-    each(host_.controls.boundary_capacity, names.size(),
-         [&](const std::string& trace, size_t rows) {
+    each(host_.controls.grid_capacity, host_.grid_count(),
+         [&](const std::string& trace) { expect(refused, trace); });
+    each(host_.controls.boundary_capacity, count_of("boundary", good_trace_),
+         [&](const std::string& trace) {
              expect(any, trace);
              const std::vector<std::string> others = {"nodes", "variable", "time"};
              EXPECT_EQ(pick(trace, others), pick(good_trace_, others));
-             std::vector<std::string> stored = lines_of(trace, "boundary");
-             stored.resize(std::min(rows, stored.size()));
-             EXPECT_TRUE(std::equal(stored.begin(), stored.end(), names.begin())) << trace;
+             std::string stored = pick(trace, {"boundary"});
+             stored.resize(std::min(stored.size(), stored.find("boundary count")));
+             EXPECT_TRUE(pick(good_trace_, {"boundary"}).starts_with(stored)) << trace;
          });
-
-    each(host_.controls.variable_capacity, lines_of(good_trace_, "variable").size(),
-         [&](const std::string& trace, size_t /*rows*/) {
+    each(host_.controls.variable_capacity, count_of("variable", good_trace_),
+         [&](const std::string& trace) {
              EXPECT_EQ(pick(trace, all_but_variables), pick(good_trace_, all_but_variables));
              expect_good_or_undefined(trace);
          });
@@ -427,7 +416,7 @@ TEST_P(BatteryFiles, any_capacity)
 // The host asks for other counts than those it was told.
 TEST_P(BatteryFiles, any_count)
 {
-    const auto variables = static_cast<int32_t>(lines_of(good_trace_, "variable").size());
+    const int32_t variables = count_of("variable", good_trace_);
     for (const int32_t asked : {0, 1, variables - 1, variables + 1, 2 * variables + 3}) {
         if (asked < 0) continue;
         const std::string trace = visit([&] { host_.set_variable_count(asked); });
@@ -438,7 +427,7 @@ TEST_P(BatteryFiles, any_count)
     for (const int32_t change : {-1000000, -1, 1, 1000}) {
         const std::string trace = visit([&] { host_.change_node_counts(change); });
         expect(any, trace);
-        std::istringstream counts(lines_of(good_trace_, "nodes").at(0).substr(5));
+        std::istringstream counts(pick(good_trace_, {"nodes"}).substr(5));
         std::string flags = "flag 0\n";
         for (int32_t count = 0; counts >> count;) {
             const int32_t asked = std::max(count + change, 0);
