@@ -12,8 +12,6 @@ struct ExpressionBounds {
     bool is_balanced;    // no ')' without its '('
 };
 
-// The expression has no more characters than this; a backslash stands before a character that
-// means itself.
-constexpr int MAX_BOUNDED_LENGTH = 263;
-
+// The expression has at most MAX_BOUNDED_LENGTH characters; a backslash stands before a character
+// that means itself.
 [[nodiscard]] ExpressionBounds expression_bounds(const char* text);

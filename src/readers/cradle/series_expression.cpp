@@ -1,6 +1,7 @@
 #include "readers/cradle/series_expression.h"
 
 #include "readers/cradle/expression_bounds.h"
+#include "readers/cradle/expression_tree.h"
 
 #include <clocale>
 #include <cstdio>
