@@ -45,72 +45,58 @@ static Item floats(const std::vector<double>& values)
     };
 }
 
-static std::vector<Item> joined(std::vector<Item> first, const std::vector<Item>& second)
+static Item all(const std::vector<Item>& items)
 {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
+    return layout("", items).body;
+}
+
+static Item repeated(size_t count, const Item& item)
+{
+    return all(std::vector<Item>(count, item));
 }
 
 // The x coordinates of four nodes as given, and the others.
 static Section four_nodes(const std::vector<Item>& x_items)
 {
-    return layout("LS_Nodes", joined(joined({int_item(3), int_item(4)}, x_items),
-                                     {real_array(y), real_array(z)}));
+    return layout("LS_Nodes",
+                  {int_item(3), int_item(4), all(x_items), real_array(y), real_array(z)});
 }
 
 // A section of one region.
 static Section region(const char* section, int32_t name_length, const std::vector<Item>& items)
 {
-    return layout(section, joined({int_item(3), int_item(1), int_item(name_length)}, items));
+    return layout(section, {int_item(3), int_item(1), int_item(name_length), all(items)});
 }
 
 static Section ale(int32_t name_length, const std::vector<Item>& items)
 {
-    return layout("LS_ALE", joined({int_item(0), int_item(name_length), int_item(0)}, items));
+    return layout("LS_ALE", {int_item(0), int_item(name_length), int_item(0), all(items)});
 }
 
-static Section ale_entry(const std::vector<Item>& items)
+static Section ale_entry(const Item& triple)
 {
-    return ale(
-        4, joined({int_item(1), int_item(0), int_item(1), text_item("part"), int_item(1)}, items));
+    return ale(4, {int_item(1), int_item(0), int_item(1), text_item("part"), int_item(1), triple});
 }
 
-static Section coc(const std::vector<Item>& list)
+static Section coc(const std::vector<Item>& items)
 {
-    return layout("LS_STREAMcoc", joined({int_item(0)}, list));
+    return layout("LS_STREAMcoc", {int_item(0), all(items)});
 }
 
 // Regions in an array of which no face is there.
-static Section face_counts(const std::vector<int32_t>& counts)
-{
-    const Item none = int_array({});
-    const size_t n = counts.size();
-    return layout("LS_SurfaceGeometryArray",
-                  {int_item(0), int_item(static_cast<int32_t>(n)), int_item(1),
-                   text_item(std::string(n, 'r')), int_array(counts), none, none,
-                   int_array(std::vector<int32_t>(n)), none});
-}
-
-// 70000 regions without faces, and this many face counts.
-static Section many_regions(int32_t face_counts)
+static Section without_faces(size_t regions, const std::vector<int32_t>& face_counts)
 {
     const Item none = int_array({});
     return layout("LS_SurfaceGeometryArray",
-                  {int_item(3), int_item(70000), int_item(1), text_item(std::string(70000, 'r')),
-                   ints({4, face_counts, 1}),
-                   ints(std::vector<int32_t>(static_cast<size_t>(face_counts))), none, none,
-                   int_array(std::vector<int32_t>(70000)), none});
+                  {int_item(3), int_item(static_cast<int32_t>(regions)), int_item(1),
+                   text_item(std::string(regions, 'r')), int_array(face_counts), none, none,
+                   int_array(std::vector<int32_t>(regions)), none});
 }
 
 static std::vector<Layout> layouts()
 {
-    Section open_nodes = nodes(cube_corners(4));
-    open_nodes.closed = false;
     const Item none = int_array({}), zero = int_item(0), three = int_item(3);
     const Item wall = text_item("wall");
-    const auto repeated = [](int count, const Item& item) {
-        return std::vector<Item>(static_cast<size_t>(count), item);
-    };
     const char* const types = "LS_RegionName&Type";
     const char* const materials_name = "LS_MatOfElements";
     const char* const surface = "LS_SurfaceGeometry";
@@ -119,9 +105,8 @@ static std::vector<Layout> layouts()
     const char* const volume_list = "LS_VolumeGeometryArray";
     const std::string coc_name = "LS_STREAMcoc" + std::string(20, '\0');
     const std::string cut_name = "LS_Scalar:P" + std::string("\0junk", 5) + std::string(16, ' ');
-    const std::vector<Item> whole_coc = {zero, int_array({1, 2, 3})};
+    const Item whole_coc = all({zero, int_array({1, 2, 3})});
     return {
-        {"nodes_without_end_record", open_nodes, false},
         {"int_item_of_8_bytes",
          layout("LS_Nodes", {ints({8, 1, 1}), ints({3, 0}), int_item(4), real_array(x),
                              real_array(y), real_array(z)}),
@@ -134,12 +119,9 @@ static std::vector<Layout> layouts()
          four_nodes({ints({4, 3, 2}), floats({0, 1, 0}), floats({1, 9, 9})}), true},
         {"short_last_record", four_nodes({ints({4, 3, 2}), floats({0, 1, 0}), floats({})}), false},
         {"records_for_3_nodes", four_nodes({real_array({0, 1, 0})}), false},
-        {"more_records_than_nodes", four_nodes(joined({ints({4, 1, 5})}, repeated(5, floats({1})))),
-         false},
+        {"more_records_than_nodes", four_nodes({ints({4, 1, 5}), repeated(5, floats({1}))}), false},
         {"reals_of_2_bytes", four_nodes({ints({2, 4, 1}), record("12345678")}), false},
         {"negative_node_count", layout("LS_Nodes", {three, int_item(-1), none, none, none}), false},
-        {"longer_material_record",
-         layout(materials_name, {three, int_item(1), ints({4, 1, 1}), ints({1, 5})}), true},
         {"materials_of_8_bytes",
          layout(materials_name, {three, int_item(1), ints({8, 1, 1}), ints({1, 0})}), false},
         {"negative_material_count", layout(materials_name, {three, int_item(-1), none}), false},
@@ -153,8 +135,7 @@ static std::vector<Layout> layouts()
         {"region_name_of_one_4_byte_character",
          region(types, 1, {text_item("Inlet"), ints({4, 1, 1}), ints({1})}), false},
         {"region_type_of_33_records",
-         region(types, -1, joined(joined({ints({1, 1, 33})}, repeated(33, record("i"))), {wall})),
-         false},
+         region(types, -1, {ints({1, 1, 33}), repeated(33, record("i")), wall}), false},
         {"surface_name_length_minus_2", region(surface, -2, {wall, zero, none, none, zero, none}),
          false},
         {"negative_face_count", region(surface, -1, {wall, int_item(-1), none, none, zero, none}),
@@ -165,13 +146,15 @@ static std::vector<Layout> layouts()
          layout(surface_list,
                 {three, int_item(-1), zero, text_item(""), none, none, none, none, none}),
          false},
-        {"70000_surface_regions_in_an_array", many_regions(70000), true},
-        {"face_counts_of_2000_of_70000_regions", many_regions(2000), false},
+        {"70000_surface_regions_in_an_array", without_faces(70000, std::vector<int32_t>(70000)),
+         true},
+        {"face_counts_of_2000_of_70000_regions", without_faces(70000, std::vector<int32_t>(2000)),
+         false},
         {"no_surface_regions_in_an_array",
          layout(surface_list, {three, zero, zero, text_item(""), none, none, none, none, none}),
          true},
-        {"face_counts_beyond_an_int32", face_counts({INT32_MAX, INT32_MAX, 2}), false},
-        {"negative_face_count_in_an_array", face_counts({1, -1}), false},
+        {"face_counts_beyond_an_int32", without_faces(3, {INT32_MAX, INT32_MAX, 2}), false},
+        {"negative_face_count_in_an_array", without_faces(2, {1, -1}), false},
         {"no_volumes", layout(volume, {three, zero, int_item(-2)}), true},
         {"volume_name_length_minus_2", region(volume, -2, {text_item("fluid"), zero, none}), false},
         {"negative_volume_list", region(volume, -1, {wall, int_item(-1), none}), false},
@@ -194,24 +177,19 @@ static std::vector<Layout> layouts()
         {"ale_names_of_negative_length", ale(-1, {int_item(1), int_item(1), text_item(""), zero}),
          false},
         {"negative_number_of_ale_names", ale(-9, {int_item(1), int_item(-1), zero}), false},
-        {"ale_triple_of_2_values", ale_entry({real_array({1, 2})}), false},
-        {"ale_triple_in_3_records", ale_entry(joined({ints({8, 1, 3})}, repeated(3, ints({0, 1})))),
+        {"ale_triple_of_2_values", ale_entry(real_array({1, 2})), false},
+        {"ale_triple_in_3_records", ale_entry(all({ints({8, 1, 3}), repeated(3, ints({0, 1}))})),
          true},
-        {"coc_in_3_records", coc(joined({ints({4, 1, 3})}, repeated(3, ints({1})))), true},
+        {"coc_in_3_records", coc({ints({4, 1, 3}), repeated(3, ints({1}))}), true},
         {"coc_with_empty_last_record", coc({ints({4, 2, 3}), ints({1, 2}), ints({3}), ints({})}),
          true},
         {"coc_of_2_values", coc({int_array({1, 2})}), false},
         {"coc_of_8_bytes", coc({real_array({1, 2, 3}, 8)}), false},
-        {"coc_of_4_records", coc(joined({ints({4, 1, 4})}, repeated(4, ints({1})))), false},
-        {"unknown_empty_section", layout("LS_Something", {}), true},
-        {"lower_case_name", layout("ls_nodes", {int_item(1)}), true},
+        {"coc_of_4_records", coc({ints({4, 1, 4}), repeated(4, ints({1}))}), false},
         {"name_padded_with_NUL",
-         layout("LS_STREAMcoc",
-                joined(joined(whole_coc, {ints({0, 0, 0}), record(coc_name)}), whole_coc)),
-         true},
+         layout("LS_STREAMcoc", {whole_coc, ints({0, 0, 0}), record(coc_name), whole_coc}), true},
         {"name_ending_at_a_NUL",
-         layout("LS_STREAMcoc",
-                joined(whole_coc, {ints({0, 0, 0}), record(cut_name), int_item(1)})),
+         layout("LS_STREAMcoc", {whole_coc, ints({0, 0, 0}), record(cut_name), int_item(1)}),
          false},
     };
 }
@@ -328,11 +306,9 @@ TEST(Header, keyword_groups)
     const Section nothing = layout("Anything", {});
     const Section items = layout("Anything", {ints({4, 100, 3}), record("1"), record(""),
                                               record("333"), ints({1, 32, 1}), record("text")});
-    const auto bias_named = [](const std::string& name) {
-        return layout("Dimension", {int_item(3), ints({0, 0, 0}), record(name), int_item(1)});
-    };
-    Section unclosed = bias();
-    unclosed.closed = false;
+    const Section bias_with_NUL =
+        layout("Dimension",
+               {int_item(3), ints({0, 0, 0}), record("Bias" + std::string(28, '\0')), int_item(1)});
     const struct {
         const char* name;
         Sections keywords;
@@ -342,8 +318,7 @@ TEST(Header, keyword_groups)
         {"minimal", {bias()}, "0"},
         {"the last one counts", {bias(), cycle(1, 1), nothing, cycle(2, 8)}, "8"},
         {"unknown keywords", {items, bias(), nothing, layout("bias", {})}, "0"},
-        {"padded with NUL", {bias_named("Bias" + std::string(28, '\0'))}, "0"},
-        {"longer keyword record", {bias_named(padded("Bias", 32) + "more")}, "0"},
+        {"padded with NUL", {bias_with_NUL}, "0"},
         {"double marker", {bias(), double_marker}, "0", "value 1 -2 0.5 1e+30\n"},
         {"marker of 0", {bias(), unused(0)}, "0"},
         {"single marker", {bias(), unused(-2)}, "0", "value 1 inf 0.5 1e+30\n"},
@@ -355,7 +330,6 @@ TEST(Header, keyword_groups)
         {"end record with a length", {bias(), no_end}, ""},
         {"two single markers", {bias(), two_markers}, ""},
         {"two double markers", {bias(), pair_of_markers}, ""},
-        {"no end record", {unclosed, cycle(1, 1)}, ""},
     };
     for (const auto& c : cases) {
         const std::string trace = trace_of(with_keywords(tetrahedron_file(), c.keywords));
@@ -425,10 +399,10 @@ TEST(RegionNames, are_compared_without_padding)
 TEST(SurfaceNames, that_are_blank_are_skipped)
 {
     const Item zero = int_item(0), one = int_item(1), none = int_array({}), blank = ints({1, 0, 1});
-    const std::vector<Item> names = {zero, one, int_item(70000), blank, record("")};
+    const Item names = all({zero, one, int_item(70000), blank, record("")});
     const Section whole = layout("LS_SurfaceGeometryArray",
-                                 joined(names, {int_array({0}), none, none, int_array({0}), none}));
-    Section cut = layout("LS_SurfaceGeometryArray", names);
+                                 {names, int_array({0}), none, none, int_array({0}), none});
+    Section cut = layout("LS_SurfaceGeometryArray", {names});
     cut.closed = false;
     const std::string warning =
         "out Data reader warning: skipping surface region with empty name.\n";
@@ -444,14 +418,12 @@ TEST(SurfaceNames, that_are_blank_are_skipped)
 TEST(Labels, make_the_variables_names)
 {
     const auto labelled = [](const std::vector<Item>& label) {
-        return layout("LS_Scalar:P",
-                      joined(joined({int_item(0)}, label), {int_item(4), real_array(x)}));
+        return layout("LS_Scalar:P", {int_item(0), all(label), int_item(4), real_array(x)});
     };
     const Section two_twenties = labelled(
         {ints({1, 20, 2}), record("abcdefghijklmnopqrst"), record("uvwxyzABCDEFGHIJKLMN")});
     const Section no_characters = labelled({ints({1, 0, 5}), record("ignored")});
-    const Section too_many_records =
-        labelled(joined({ints({1, 1, 33})}, std::vector<Item>(33, record("x"))));
+    const Section too_many_records = labelled({ints({1, 1, 33}), repeated(33, record("x"))});
     const std::string key(22, 'k'), label(32, 'L');
     const std::vector<Point> points = cube_corners(4);
     const std::pair<Section, std::string> cases[] = {
