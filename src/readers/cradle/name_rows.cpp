@@ -35,10 +35,10 @@ static const char* row_at(const RowSet& set, int32_t number)
 
 bool make_row_set(const char* rows, ptrdiff_t stride, int32_t capacity, RowSet* set)
 {
-    *set = {rows, stride, 0, heap_array<int32_t>(int64_t{2} * capacity), nullptr, nullptr};
-    if (!set->memory) return false;
-    set->order = set->memory.get();
-    set->spare = set->order + capacity;
+    HeapArray<int32_t> memory = heap_array<int32_t>(int64_t{2} * capacity);
+    int32_t* const numbers = memory.get();
+    if (!numbers) return false;
+    *set = {rows, stride, 0, std::move(memory), numbers, numbers + capacity};
     return true;
 }
 
