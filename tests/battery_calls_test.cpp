@@ -159,13 +159,11 @@ INSTANTIATE_TEST_SUITE_P(Kind, BatteryCalls, testing::Range(0, int{CALL_KINDS}))
 // The k-th call fails, or all from the k-th on; reads also as if the file ended there.
 TEST_P(BatteryCalls, fail_at_every_place)
 {
+    FaultyHost host;
     const int kind = GetParam();
     int64_t tried = 0;
-    FaultyHost host;
     for (const Dataset& dataset : datasets()) {
-        const TemporaryDirectory directory;
-        const std::string path = write_files(directory, dataset.files, dataset.format);
-        host.hidden_prefix = directory.path("");
+        const std::string path = write_files(host.directory, dataset.files, dataset.format);
         EXPECT_EQ(host.visit(path), dataset.trace);
         const int64_t calls = host.counted().calls[kind];
         std::vector<std::string> messages = messages_of(kind, dataset.name);
@@ -212,10 +210,8 @@ TEST(BatteryLongArrays, fail_at_every_place)
 {
     FaultyHost host;
     for (const int32_t precision : {4, 8}) {
-        const TemporaryDirectory directory;
         const Dataset dataset = long_arrays(precision);
-        const std::string path = write_files(directory, dataset.files, dataset.format);
-        host.hidden_prefix = directory.path("");
+        const std::string path = write_files(host.directory, dataset.files, dataset.format);
         const std::string good = host.visit(path);
         EXPECT_EQ(pick(good, {"flag"}), "flag 0\nflag 0\n");
         const Faults counted = host.counted();
@@ -233,16 +229,16 @@ TEST(BatteryLongArrays, fail_at_every_place)
 // Nothing of what ends inside an array is created, not even what comes before the end.
 TEST(BatteryLongArrays, are_whole_or_not_read)
 {
-    const Dataset dataset = long_arrays(4);
-    const TemporaryDirectory directory;
-    (void)write_files(directory, dataset.files);
     FaultyHost host;
+    const Dataset dataset = long_arrays(4);
+    (void)write_files(host.directory, dataset.files);
     const std::string bytes = build(dataset.files[0].file);
     constexpr size_t AFTER_THE_ARRAY = 4 + 20 + 40; // tail, end record and last name
-    host.open(directory.path("c.2"));
+    host.open(host.directory.path("c.2"));
     host.take_trace();
     for (const size_t missing : {4U, 8U, 20U}) {
-        (void)directory.write("c.1", bytes.substr(0, bytes.size() - AFTER_THE_ARRAY - missing));
+        (void)host.directory.write("c.1",
+                                   bytes.substr(0, bytes.size() - AFTER_THE_ARRAY - missing));
         host.read(1);
         EXPECT_EQ(pick(host.take_trace(), {"tet", "flag"}), "flag 1\n") << missing;
     }
@@ -275,11 +271,9 @@ TEST(BatteryRecords, tell_a_failed_read_from_the_end_of_the_file)
 // whether the last opening succeeded and nothing closed the dataset since.
 TEST(BatteryBoundary, callbacks_in_every_order)
 {
-    const TemporaryDirectory directory;
-    const std::string good = directory.write("a.fld", build(tetrahedron_file()));
-    const std::string bad = directory.write("b.fld", "nothing but text");
     FaultyHost host;
-    host.hidden_prefix = directory.path("");
+    const std::string good = host.directory.write("a.fld", build(tetrahedron_file()));
+    const std::string bad = host.directory.write("b.fld", "nothing but text");
     const std::string is_text = "ile is not unformatted: b.fld\n";
     const std::string closed = "out Cannot open grid file: \nflag 1\n";
     const std::string no_grid = "out FLD file error: coordinate system data not found.\nflag 1\n";
@@ -335,10 +329,9 @@ static void count_options(int /*first*/, int /*second*/, unsigned char /*third*/
 // when the close callback is registered for the first time is there nothing to close.
 TEST(BatteryBoundary, closed_from_inside_a_service)
 {
-    const TemporaryDirectory directory;
-    const Dataset& series = *std::ranges::find(datasets(), "results_series", &Dataset::name);
-    const std::string path = write_files(directory, series.files);
     FaultyHost host;
+    const Dataset& series = *std::ranges::find(datasets(), "results_series", &Dataset::name);
+    const std::string path = write_files(host.directory, series.files);
     EXPECT_EQ(host.visit(path), series.trace);
     close_dataset = host.library().registrations().close_file;
     void* const registration = reinterpret_cast<void*>(&count_registration);

@@ -18,6 +18,7 @@ public:
         void* const module = dlopen(FLD_FAULTY_READER_PATH, RTLD_NOW | RTLD_NOLOAD);
         faults_ = reinterpret_cast<FaultsFunction*>(dlsym(module, "fld_faults"))();
         dlclose(module);
+        hidden_prefix = directory.path("");
         start();
     }
 
@@ -38,7 +39,8 @@ public:
         return trace;
     }
 
-    int64_t seconds_later = 0; // that the library's clock shows
+    const TemporaryDirectory directory; // for the files that are visited
+    int64_t seconds_later = 0;          // that the library's clock shows
 
     [[nodiscard]] const Faults& counted() const { return counted_; } // by the last visit
 

@@ -46,13 +46,12 @@ static int64_t address_space()
 // Every int32 of a descriptor and of an item of one, among them all counts, becomes a large one.
 TEST(BatteryLimits, memory_whatever_the_file_declares)
 {
+    FaultyHost host;
     const int stride = getenv("FLD_BATTERY") ? 1 : 7;
     int cases = 0;
-    FaultyHost host;
-    const TemporaryDirectory directory;
     for (Dataset dataset : datasets()) {
         dataset.format = {};
-        const std::string path = write_files(directory, dataset.files, dataset.format);
+        const std::string path = write_files(host.directory, dataset.files, dataset.format);
         for (const NamedFile& file : dataset.files) {
             const std::string bytes = build(file.file);
             const int64_t limit = 4 * std::ssize(bytes) + MEBIBYTE;
@@ -63,7 +62,7 @@ TEST(BatteryLimits, memory_whatever_the_file_declares)
                     if (i / 5 * 4 + 4 > record.data.size() || ++cases % stride != 0) continue;
                     std::string hostile = bytes;
                     memcpy(hostile.data() + record.begin + 4 + i / 5 * 4, &count, sizeof count);
-                    (void)directory.write(file.name, hostile);
+                    (void)host.directory.write(file.name, hostile);
                     const std::string trace =
                         visit_within(host, path, RLIMIT_AS, address_space() + 2 * limit);
                     // An empty name table in one dataset cannot be told from one without memory.
@@ -73,7 +72,7 @@ TEST(BatteryLimits, memory_whatever_the_file_declares)
                         << dataset.name << ", " << count << " after byte " << record.begin;
                 }
             }
-            (void)directory.write(file.name, bytes);
+            (void)host.directory.write(file.name, bytes);
         }
     }
     std::cout << "tried counts " << cases / stride << "\n";
@@ -104,19 +103,18 @@ static FldFile many(const std::string& what, size_t n)
 
 TEST(BatteryLimits, work_grows_in_proportion)
 {
+    FaultyHost host;
     const std::pair<std::string, size_t> cases[] = {{"elements", 20000},
                                                     {"walls", 20000},
                                                     {"regions", 4000},
                                                     {"regions in arrays", 4000},
                                                     {"variables", 500}};
-    FaultyHost host;
     host.controls = {.boundary_capacity = 8192, .variable_capacity = 1024};
-    const TemporaryDirectory directory;
     for (const auto& [what, n] : cases) {
         Faults counted[2];
         for (const size_t i : {0U, 1U}) {
             const std::string bytes = build(many(what, n << i));
-            const std::string trace = host.visit(directory.write("a.fld", bytes));
+            const std::string trace = host.visit(host.directory.write("a.fld", bytes));
             EXPECT_EQ(trace.find("flag 1"), std::string::npos) << what;
             counted[i] = host.counted();
             const int64_t capacities = int64_t{8192 + 1024} * 4 * 80;
@@ -138,11 +136,10 @@ TEST(BatteryLimits, work_grows_in_proportion)
 // However short the records are, they are read many at a time.
 TEST(BatteryLimits, short_records_take_few_reads)
 {
-    const TemporaryDirectory directory;
+    FaultyHost host;
     const std::string bytes = build(many("elements", 5000), {.values_per_record = 1});
     EXPECT_GT(bytes.size(), 300000U);
-    FaultyHost host;
-    (void)host.visit(directory.write("a.fld", bytes));
+    (void)host.visit(host.directory.write("a.fld", bytes));
     EXPECT_LT(host.counted().calls[READ], 200);
 }
 
@@ -152,6 +149,7 @@ TEST(BatteryLimits, short_records_take_few_reads)
 // it. "MARK" stands 5 GiB after its beginning.
 TEST(BatteryLimits, records_beyond_4_gibibytes)
 {
+    FaultyHost host;
     constexpr int32_t PIECE = 1610612736, LAST = 3;
     constexpr int64_t MARK = int64_t{5} << 30;
     FldFile file = tetrahedron_file();
@@ -160,8 +158,7 @@ TEST(BatteryLimits, records_beyond_4_gibibytes)
     const FldBuilder b;
     const std::string bytes = build(file);
     const size_t at = bytes.find("MARK") - 4;
-    const TemporaryDirectory directory;
-    const std::string path = directory.write("a.fld", bytes.substr(0, at));
+    const std::string path = host.directory.write("a.fld", bytes.substr(0, at));
     std::ofstream stream(path, std::ios::binary | std::ios::in | std::ios::ate);
     for (int64_t i = 0; i <= LAST; ++i) {
         const int64_t begin = stream.tellp() + std::streamoff{4};
@@ -172,7 +169,6 @@ TEST(BatteryLimits, records_beyond_4_gibibytes)
     stream << bytes.substr(at + 12);
     stream.close();
     EXPECT_GT(std::filesystem::file_size(path), uintmax_t{6} << 30);
-    FaultyHost host;
     EXPECT_EQ(host.visit(path), datasets()[0].trace);
     EXPECT_LT(host.counted().peak_bytes, MEBIBYTE);
     EXPECT_LT(host.counted().bytes_read, MEBIBYTE);
@@ -215,16 +211,16 @@ static void make_series(const TemporaryDirectory& directory, int count, int last
 // reads both, and the time is asked for.
 TEST(BatterySeries, twenty_thousand_members_under_a_limit_of_16_open_files)
 {
-    constexpr int COUNT = 20000;
-    const TemporaryDirectory directory;
-    const std::string results = build(step);
-    (void)directory.write(member(0), build(tetrahedron_file()));
-    for (int number = 1; number < COUNT; ++number) (void)directory.write(member(number), results);
     FaultyHost host;
+    constexpr int COUNT = 20000;
+    const std::string results = build(step);
+    (void)host.directory.write(member(0), build(tetrahedron_file()));
+    for (int number = 1; number < COUNT; ++number)
+        (void)host.directory.write(member(number), results);
     host.seconds_later = 3;
     for (const int64_t looks : {COUNT, 1}) {
         const std::string trace =
-            visit_within(host, directory.path(member(COUNT - 1)), RLIMIT_NOFILE, 16);
+            visit_within(host, host.directory.path(member(COUNT - 1)), RLIMIT_NOFILE, 16);
         EXPECT_EQ(pick(trace, {"out", "err", "flag", "value"}),
                   "flag 0\nflag 0\nvalue 1 2 3 4\nvalue inf inf inf inf\n");
         EXPECT_EQ(host.counted().calls[OPEN], looks + 5);
@@ -234,15 +230,14 @@ TEST(BatterySeries, twenty_thousand_members_under_a_limit_of_16_open_files)
 
 TEST(BatterySeries, looks_once_at_what_nobody_writes_to)
 {
-    const TemporaryDirectory directory;
     FaultyHost host;
     const auto looks = [&](int last, const FaultPlan& plan = {}) {
-        (void)host.visit(directory.path(member(last)), plan);
+        (void)host.visit(host.directory.path(member(last)), plan);
         return host.counted().calls[OPEN] - 5;
     };
     const std::string grid = build(tetrahedron_file()), results = build(step);
-    (void)directory.write(member(0), grid);
-    for (const int number : {1, 2, 3, 4, 5}) (void)directory.write(member(number), results);
+    (void)host.directory.write(member(0), grid);
+    for (const int number : {1, 2, 3, 4, 5}) (void)host.directory.write(member(number), results);
     EXPECT_EQ(looks(4), 5);
     EXPECT_EQ(looks(4), 5) << "written just now";
     host.seconds_later = 1;
@@ -251,62 +246,59 @@ TEST(BatterySeries, looks_once_at_what_nobody_writes_to)
     EXPECT_EQ(looks(4), 5);
     EXPECT_EQ(looks(4), 1);
     EXPECT_EQ(looks(5), 2) << "the next step and the grid file";
-    (void)directory.write(member(2), results + "x");
+    (void)host.directory.write(member(2), results + "x");
     EXPECT_EQ(looks(5), 2) << "written again";
     EXPECT_EQ(looks(5), 1);
-    (void)directory.write(member(3), "nothing but text");
+    (void)host.directory.write(member(3), "nothing but text");
     EXPECT_EQ(looks(5), 2);
     EXPECT_EQ(looks(5), 2) << "what is printed is due every time";
     // A read that fails, or ends, hides the grid only as long as it does.
-    (void)directory.write(member(4), grid);
-    const std::string good = host.visit(directory.path(member(5)));
+    (void)host.directory.write(member(4), grid);
+    const std::string good = host.visit(host.directory.path(member(5)));
     const int64_t reads = host.counted().calls[READ];
     for (int64_t k = 1; k <= 2 * reads; ++k) {
         (void)looks(5, {READ, (k + 1) / 2, true, k % 2 == 0 ? ERROR : END});
-        EXPECT_EQ(host.visit(directory.path(member(5))), good) << k;
+        EXPECT_EQ(host.visit(host.directory.path(member(5))), good) << k;
     }
 }
 
 // One more than the table holds: the last one that the directory lists is left out.
 TEST(BatterySeries, a_member_too_many)
 {
+    FaultyHost host;
     constexpr int COUNT = 100001;
-    const TemporaryDirectory directory;
-    make_series(directory, COUNT, COUNT - 2);
+    make_series(host.directory, COUNT, COUNT - 2);
     std::string last;
-    DIR* const listing = opendir(directory.path("").c_str());
+    DIR* const listing = opendir(host.directory.path("").c_str());
     while (const dirent* entry = readdir(listing)) {
         if (entry->d_name[0] == 's') last = entry->d_name;
     }
     closedir(listing);
-    FaultyHost host;
-    host.hidden_prefix = directory.path("");
     const std::string unpaired =
         "out Data reader error: unable to find grid file for results file: s100000.fld\nflag 1\n";
-    EXPECT_EQ(pick(host.visit(directory.path(member(COUNT - 1))), {"out", "err", "flag"}),
+    EXPECT_EQ(pick(host.visit(host.directory.path(member(COUNT - 1))), {"out", "err", "flag"}),
               last == member(COUNT - 1) ? unpaired : "flag 0\nflag 0\n");
 }
 
 // An expression holds 255 characters, 18 of them beside the prefix; a path holds as many.
 TEST(BatterySeries, names_at_the_limit)
 {
-    const TemporaryDirectory directory;
     FaultyHost host;
     const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(directory.path(""));
+    std::filesystem::current_path(host.directory.path(""));
     for (const size_t length : {1U, 236U, 237U, 238U, 248U}) {
         const std::string prefix(length, 'p'), name = prefix + "100.fld";
-        (void)directory.write(prefix + "099.fld", build(tetrahedron_file()));
+        (void)host.directory.write(prefix + "099.fld", build(tetrahedron_file()));
         std::string unpaired = "out Data reader error: unable to find grid file for results file: ";
         unpaired.append(name).append("\nerr \nerr ***ERROR: regcmp error \"^").append(prefix);
         unpaired += "[0-9][0-9]*\\.fld$\"\nflag 1\n";
-        (void)directory.write(name, build(step));
+        (void)host.directory.write(name, build(step));
         EXPECT_EQ(pick(host.visit(name), {"out", "err", "flag"}),
                   length <= 237 ? "flag 0\nflag 0\n" : unpaired);
     }
     for (const size_t length : {255U, 256U}) {
         const std::string name = "./" + std::string(length - 2, 'n');
-        (void)directory.write(name, build(tetrahedron_file()));
+        (void)host.directory.write(name, build(tetrahedron_file()));
         EXPECT_EQ(pick(host.visit(name), {"out", "err", "flag"}),
                   length == 255 ? "flag 0\nflag 0\n"
                                 : "out Cannot open file: " + name + "\nflag 1\n");
