@@ -431,9 +431,6 @@ TEST_P(BatteryFiles, any_count)
         std::string flags = "flag 0\n";
         for (int32_t count = 0; counts >> count;) {
             const int32_t asked = std::max(count + change, 0);
-            const std::string message = "out Error: node count " + std::to_string(count) +
-                                        " does not match query count " + std::to_string(asked);
-            EXPECT_EQ(trace.find(message + "\n") != std::string::npos, asked != count) << trace;
             flags += asked == count ? "flag 0\n" : "flag 1\n";
         }
         EXPECT_EQ(pick(trace, {"flag"}), flags);

@@ -194,6 +194,7 @@ struct Registration {
     std::string name;
     int first, second;
     void *header, *data, *others[4];
+    bool operator==(const Registration&) const = default;
 };
 static std::vector<Registration> registrations;
 
@@ -217,17 +218,10 @@ TEST(Registration, hands_over_both_readers_with_the_same_callbacks)
     ASSERT_EQ(host.library().get_func(&slot, "register_data_readers"), 1);
     host.call(reinterpret_cast<void (*)()>(slot));
     ASSERT_EQ(registrations.size(), 2U);
-    EXPECT_EQ(registrations[0].name, "scSTREAM [Direct Reader]");
-    EXPECT_EQ(registrations[1].name, "SC/Tetra [Direct Reader]");
-    for (const Registration& r : registrations) {
-        EXPECT_EQ(r.first, 2);
-        EXPECT_EQ(r.second, 0);
-        EXPECT_NE(r.header, nullptr);
-        EXPECT_NE(r.data, nullptr);
-        EXPECT_EQ(r.header, registrations[0].header);
-        EXPECT_EQ(r.data, registrations[0].data);
-        for (const void* other : r.others) EXPECT_EQ(other, nullptr);
-    }
+    void *const header = registrations[0].header, *const data = registrations[0].data;
+    EXPECT_TRUE(header && data);
+    EXPECT_EQ(registrations[0], (Registration{"scSTREAM [Direct Reader]", 2, 0, header, data, {}}));
+    EXPECT_EQ(registrations[1], (Registration{"SC/Tetra [Direct Reader]", 2, 0, header, data, {}}));
 }
 
 TEST(Registration, of_one_reader_may_be_refused)

@@ -230,12 +230,8 @@ std::string write_files(const TemporaryDirectory& directory, const std::vector<N
                         const Format& format)
 {
     for (const NamedFile& file : files) {
-        if (file.absent) {
-            std::filesystem::remove(directory.path(file.name));
-        } else {
-            (void)directory.write(file.name,
-                                  file.bytes.empty() ? build(file.file, format) : file.bytes);
-        }
+        (void)directory.write(file.name,
+                              file.bytes.empty() ? build(file.file, format) : file.bytes);
     }
     return files.empty() ? "" : directory.path(files.back().name);
 }

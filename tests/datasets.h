@@ -16,7 +16,6 @@ struct NamedFile {
     std::string name;
     FldFile file = {};
     std::string bytes = {}; // written instead of the built file when not empty
-    bool absent = false;    // removed instead
 };
 
 struct Dataset {

@@ -303,16 +303,12 @@ Section vector(const std::string& key, const std::string& label, const std::vect
 
 // ---- files ----
 
-static Sections::iterator find_section(Sections& list, const std::string& name)
-{
-    const auto found = std::ranges::find(list, name, &Section::name);
-    if (found == list.end()) throw std::logic_error("no section " + name);
-    return found;
-}
-
 FldFile replaced(FldFile file, const Section& section)
 {
-    *find_section(file.grids.at(0), section.name) = section;
+    Sections& grid = file.grids.at(0);
+    const auto found = std::ranges::find(grid, section.name, &Section::name);
+    if (found == grid.end()) return added(file, section);
+    *found = section;
     return file;
 }
 
@@ -324,7 +320,7 @@ FldFile added(FldFile file, const Section& section)
 
 FldFile without(FldFile file, const std::string& section_name)
 {
-    file.grids.at(0).erase(find_section(file.grids.at(0), section_name));
+    std::erase_if(file.grids.at(0), [&](const Section& s) { return s.name == section_name; });
     return file;
 }
 

@@ -138,8 +138,8 @@ struct FldFile {
     std::string first_name = "OverlapStart_0";
 };
 
-// The file with a section of the first grid replaced, added or left out, or a keyword group
-// replaced.
+// The file with a section of the first grid replaced (or added, when it has none of the name),
+// added or left out, or with other keyword groups.
 FldFile replaced(FldFile file, const Section& section);
 FldFile added(FldFile file, const Section& section);
 FldFile without(FldFile file, const std::string& section_name);

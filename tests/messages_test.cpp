@@ -25,7 +25,7 @@ static const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4
 static const Element tet{TETRAHEDRON, {0, 1, 2, 3}};
 static const Face wall_face{TRIANGLE_FACE, 0, {3, 1, 2}}, bad_face{135, 0, {0, 1, 2}};
 static const Region short_region{"inlet", {wall_face, {TRIANGLE_FACE, 0, {0, 1}}}};
-static const NamedFile text_file{"a.fld", {}, "nothing but text"}, no_file{"a.fld", {}, {}, true};
+static const NamedFile text_file{"a.fld", {}, "nothing but text"};
 static const Files unchanged = {};
 static const Controls two_grids{.grid_capacity = 2}, no_values{.no_values = true};
 
@@ -117,8 +117,6 @@ static std::vector<Case> failing_opens()
     const std::string no_grid_file =
         "Data reader error: unable to find grid file for results file: ";
     return {
-        {"missing_file", {no_file}, "", "Cannot open file: a.fld"},
-        {"text_file", {text_file}, "", "File is not unformatted: a.fld"},
         {"unit_of_minus_1", one(good), "", "Cannot open file: a.fld", unchanged, {.unit = -1}},
         {"magic", with_field(&FldFile::magic, std::string("CRDL-FLd")), "",
          "File does not have a valid Cradle FLD file header."},
@@ -184,7 +182,6 @@ static std::vector<Case> failing_grids()
     const std::string more_than_one = "Error: grid 1 has more than 1 ";
     const std::string short_list = "FLD file error: node list of 5 entries is too short for face 2";
     return {
-        {"file_removed", one(good), "", "Cannot open grid file: a.fld", {no_file}},
         {"file_became_text", one(good), "", "Grid file is not unformatted: a.fld", {text_file}},
         {"no_coordinate_system", one(without(good, "LS_CoordinateSystem")), "",
          "FLD file error: coordinate system data not found."},
@@ -250,11 +247,9 @@ static std::vector<Case> failing_results()
 {
     const FldFile with_vector =
         added(without(good, "LS_Scalar:P"), vector("U", "", cube_corners(4)));
-    const Files pair = pair_of(good, results), removed = {{"s2.fld", {}, {}, true}},
-                text = {{"s2.fld", {}, "nothing but text"}},
+    const Files pair = pair_of(good, results), text = {{"s2.fld", {}, "nothing but text"}},
                 system_3 = {{"s2.fld", replaced(results, coordinate_system(3))}};
     return {
-        {"results_file_removed", pair, cells, "Cannot open results file: s2.fld", removed},
         {"results_file_became_text", pair, cells, "Results file is not unformatted: s2.fld", text},
         {"two_sections_of_a_scalar", and_also(scalar("P", "", {1, 2, 3, 4})), cells,
          "Error: grid 1 has more than 1 LS_Scalar:P section."},
