@@ -192,10 +192,7 @@ static std::vector<Layout> layouts()
     };
 }
 
-class Layouts : public testing::TestWithParam<Layout>
-{
-};
-
+using Layouts = testing::TestWithParam<Layout>;
 INSTANTIATE_TEST_SUITE_P(All, Layouts, testing::ValuesIn(layouts()), test_name);
 
 TEST_P(Layouts, are_accepted_or_fail_silently)
@@ -290,16 +287,14 @@ TEST(Sections, that_stop_at_any_item_are_refused)
 
 TEST(Header, keyword_groups)
 {
-    const Section cycle_in_two =
-        layout("Cycle", {int_item(1), ints({8, 1, 2}), ints({0, 0}), ints({0, 0})});
-    const Section wrong_size = layout("Cycle", {int_item(1), ints({2, 1, 1}), ints({0})});
-    const Section double_marker = layout("Unused", {real_array({7}, 4), real_array({-2}, 8)});
-    const Section marker_of_8_bytes = layout("Unused", {real_array({7}, 8)});
-    const Section two_markers = layout("Unused", {real_array({7}, 4), real_array({-2}, 4)});
-    const Section pair_of_markers =
-        layout("Unused", {real_array({7}, 4), ints({8, 2, 1}), ints({0, 0, 0, 0})});
-    const Section two_times = layout("Cycle", {int_item(1), ints({4, 2, 1}), ints({0, 0})});
-    Section no_end = layout("Unused", {real_array({7}, 4), ints({0, 1, 0})});
+    const auto time_of = [](const std::vector<Item>& items) {
+        return layout("Cycle", {int_item(1), all(items)});
+    };
+    const auto marker_and = [](const Item& item) {
+        return layout("Unused", {real_array({7}, 4), item});
+    };
+    const Section double_marker = marker_and(real_array({-2}, 8));
+    Section no_end = marker_and(ints({0, 1, 0}));
     no_end.closed = false;
     const Section nothing = layout("Anything", {});
     const Section items = layout("Anything", {ints({4, 100, 3}), record("1"), record(""),
@@ -320,14 +315,16 @@ TEST(Header, keyword_groups)
         {"double marker", {bias(), double_marker}, "0", "value 1 -2 0.5 1e+30\n"},
         {"marker of 0", {bias(), unused(0)}, "0"},
         {"single marker", {bias(), unused(-2)}, "0", "value 1 inf 0.5 1e+30\n"},
-        {"time in two records", {bias(), cycle_in_two}, ""},
-        {"time of 2 bytes", {bias(), wrong_size}, ""},
-        {"two times", {bias(), two_times}, ""},
-        {"no time", {bias(), layout("Cycle", {int_item(1), ints({4, 3, 1})})}, ""},
-        {"marker of 8 bytes", {bias(), marker_of_8_bytes}, ""},
+        {"time in two records",
+         {bias(), time_of({ints({8, 1, 2}), ints({0, 0}), ints({0, 0})})},
+         ""},
+        {"time of 2 bytes", {bias(), time_of({ints({2, 1, 1}), ints({0})})}, ""},
+        {"two times", {bias(), time_of({ints({4, 2, 1}), ints({0, 0})})}, ""},
+        {"no time", {bias(), time_of({ints({4, 3, 1})})}, ""},
+        {"marker of 8 bytes", {bias(), layout("Unused", {real_array({7}, 8)})}, ""},
         {"end record with a length", {bias(), no_end}, ""},
-        {"two single markers", {bias(), two_markers}, ""},
-        {"two double markers", {bias(), pair_of_markers}, ""},
+        {"two single markers", {bias(), marker_and(real_array({-2}, 4))}, ""},
+        {"two double markers", {bias(), marker_and(real_array({7, 7}, 8))}, ""},
     };
     for (const auto& c : cases) {
         const std::string trace = trace_of(with_keywords(tetrahedron_file(), c.keywords));
