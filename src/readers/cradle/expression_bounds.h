@@ -6,12 +6,11 @@
 // reached at once, and keeps it. Either can double with every few characters of the expression.
 #pragma once
 
+#include "readers/cradle/expression_tree.h"
+
 struct ExpressionBounds {
-    bool are_kept;       // false also for what is no expression
-    bool begins_at_once; // matches nothing but from the first character of a name on
-    bool is_balanced;    // no ')' without its '('
+    bool are_kept;
+    bool begins_at_once; // it matches nothing but from the first character of a name on
 };
 
-// The expression has at most MAX_BOUNDED_LENGTH characters; a backslash stands before a character
-// that means itself.
-[[nodiscard]] ExpressionBounds expression_bounds(const char* text);
+[[nodiscard]] ExpressionBounds expression_bounds(const ExpressionTree& tree);

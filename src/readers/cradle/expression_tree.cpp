@@ -1,271 +1,237 @@
 #include "readers/cradle/expression_tree.h"
 
 #include <algorithm>
+#include <cstring>
 
-ExpressionTree expression_tree;
+// What is still to be read, and what has been. After a failure nothing that is read counts.
+struct Reading {
+    const char* at;
+    int depth; // of parentheses
+    bool failed;
+    ExpressionTree* tree;
+};
 
-static const char* at; // what is still to be read of the expression
-static int depth;      // of parentheses
-
-// ---- nodes ----
-
-static int fail()
+static int fail(Reading* r)
 {
-    expression_tree.failed = true;
+    r->failed = true;
     return 0;
 }
 
-static int add_node(const Node& node)
+static bool takes(Reading* r, char c)
 {
-    if (expression_tree.node_count == MOST_NODES) return fail();
-    expression_tree.nodes[expression_tree.node_count] = node;
-    return expression_tree.node_count++;
+    if (*r->at != c) return false;
+    ++r->at;
+    return true;
 }
 
-static int add_leaf(NodeKind kind, double steps, double ways)
+// ---- nodes ----
+
+static int add_node(Reading* r, const Node& node)
 {
-    return add_node(
-        {kind, NO_NODE, NO_NODE, expression_tree.node_count, 0, steps, ways, NO_NODE, 0, 0, 0});
+    if (r->tree->node_count == MAX_EXPRESSION_NODES) return fail(r);
+    r->tree->nodes[r->tree->node_count] = node;
+    return r->tree->node_count++;
 }
 
-static int add_character(const Bytes& bytes)
+static int add_character(Reading* r, const std::bitset<256>& set)
 {
-    const int leaf = add_leaf(NodeKind::character, 1, 0);
-    expression_tree.nodes[leaf].bytes = expression_tree.set_count;
-    expression_tree.sets[expression_tree.set_count++] = bytes;
-    return leaf;
+    r->tree->sets[r->tree->set_count] = set;
+    return add_node(r, {NodeKind::character, 0, 0, r->tree->set_count++});
 }
 
-static int add_sequence(int left, int right)
+// The part from `begin` to `last`, once more.
+static int add_copy(Reading* r, int begin, int last)
 {
-    const Node &a = expression_tree.nodes[left], &b = expression_tree.nodes[right];
-    return add_node({NodeKind::sequence, left, right, a.entry, 0, a.steps + a.ways * b.steps,
-                     a.ways * b.ways, NO_NODE, 0, 0, 0});
-}
-
-static int add_choice(int left, int right)
-{
-    const Node &a = expression_tree.nodes[left], &b = expression_tree.nodes[right];
-    return add_node({NodeKind::choice, left, right, expression_tree.node_count, 0,
-                     1 + a.steps + b.steps, a.ways + b.ways, NO_NODE, 0, 0, 0});
-}
-
-static int add_repetition(int repeated)
-{
-    const Node& a = expression_tree.nodes[repeated];
-    return add_node({NodeKind::repetition, repeated, NO_NODE, expression_tree.node_count, 0,
-                     1 + a.steps + a.ways, 1 + a.ways, NO_NODE, 0, 0, 0});
-}
-
-// The part that ends with node `last`, once more.
-static int add_copy(int begin, int last)
-{
-    const int shift = expression_tree.node_count - begin;
-    for (int i = begin; i <= last && !expression_tree.failed; ++i) {
-        Node node = expression_tree.nodes[i];
+    const int shift = r->tree->node_count - begin;
+    for (int i = begin; i <= last && !r->failed; ++i) {
+        Node node = r->tree->nodes[i];
         node.left += shift;
         node.right += shift;
-        node.entry += shift;
-        add_node(node);
+        (void)add_node(r, node);
     }
-    return expression_tree.node_count - 1;
+    return r->tree->node_count - 1;
 }
 
-// ---- reading ----
-//
-// As the platform reads it. What it refuses may pass here, but nothing has another meaning.
+// ---- repetitions ----
 
 constexpr int UNLIMITED = -1;
-constexpr int MAX_COUNT = 32767;
 
 static bool is_digit(char c)
 {
     return c >= '0' && c <= '9';
 }
 
-// A number, or UNLIMITED when there is none.
-static int take_count()
+// UNLIMITED when there is no number. Larger ones than any tree allows are alike.
+static int take_count(Reading* r)
 {
-    int count = is_digit(*at) ? 0 : UNLIMITED;
-    for (; is_digit(*at); ++at) {
-        count = std::min(count * 10 + (*at - '0'), MAX_COUNT + 1);
+    int count = is_digit(*r->at) ? 0 : UNLIMITED;
+    for (; is_digit(*r->at); ++r->at) {
+        count = std::min(count * 10 + (*r->at - '0'), MAX_EXPRESSION_NODES + 1);
     }
     return count;
 }
 
-static bool takes(char c)
+// {2}, {2,}, {,3}, {2,3} or {,}
+static bool take_counts(Reading* r, int* least, int* most)
 {
-    if (*at != c) return false;
-    ++at;
-    return true;
-}
-
-// What stands in braces: {2}, {2,}, {,3}, {2,3} or {,}.
-static bool take_counts(int* least, int* most)
-{
-    *least = *most = take_count();
-    if (takes(',')) {
+    *least = *most = take_count(r);
+    if (takes(r, ',')) {
         *least = std::max(*least, 0);
-        *most = take_count();
+        *most = take_count(r);
     }
-    return takes('}') && *least >= 0 && (*most == UNLIMITED || *most >= *least);
+    return takes(r, '}') && *least >= 0 && (*most == UNLIMITED || *most >= *least);
 }
 
-// The part from node `begin` on, a number of times: x{2,4} is xx((x)?x)?, x{2,} and xx* are alike.
-static int add_repeated(int begin, int least, int most)
+static bool take_repetition(Reading* r, int* least, int* most)
 {
-    // The platform multiplies repeated anchors, and mistakes some.
-    const Node *const first = expression_tree.nodes + begin, *const end =
-                                                                 expression_tree.nodes +
-                                                                 expression_tree.node_count;
-    if (std::any_of(first, end, is_anchor)) return fail();
+    const char sign = *r->at;
+    if (sign == '\0' || !strchr("*+?{", sign)) return false;
+    ++r->at;
+    *least = sign == '+' ? 1 : 0;
+    *most = sign == '?' ? 1 : UNLIMITED;
+    if (sign == '{' && !take_counts(r, least, most)) (void)fail(r);
+    return !r->failed;
+}
+
+static bool is_anchor(const Node& node)
+{
+    return node.kind == NodeKind::begin || node.kind == NodeKind::end;
+}
+
+// What stands from `begin` on, a number of times: x{2,4} is xx((x)?x)?, x{2,} is xxx*.
+static int add_repeated(Reading* r, int begin, int least, int most)
+{
+    const Node* const nodes = r->tree->nodes;
+    // The platform takes copies of anchors for one another.
+    if (std::any_of(nodes + begin, nodes + r->tree->node_count, is_anchor)) return fail(r);
     if (most == 0) {
-        expression_tree.node_count = begin;
-        return add_leaf(NodeKind::nothing, 0, 1);
+        r->tree->node_count = begin;
+        return add_node(r, {NodeKind::nothing, 0, 0, 0});
     }
-    const int once = expression_tree.node_count - 1;
+    const int once = r->tree->node_count - 1;
     int required = once;
-    for (int i = 2; i <= least && !expression_tree.failed; ++i) {
-        required = add_sequence(required, add_copy(begin, once));
+    for (int i = 2; i <= least && !r->failed; ++i) {
+        required = add_node(r, {NodeKind::sequence, required, add_copy(r, begin, once), 0});
     }
     if (least == most) return required;
-    int optional = least > 0 ? add_copy(begin, once) : once;
-    optional = most == UNLIMITED ? add_repetition(optional)
-                                 : add_choice(optional, add_leaf(NodeKind::nothing, 0, 1));
-    for (int i = least + 2; i <= most && !expression_tree.failed; ++i) {
-        optional = add_sequence(optional, add_copy(begin, once));
-        optional = add_choice(optional, add_leaf(NodeKind::nothing, 0, 1));
+    int further = least > 0 ? add_copy(r, begin, once) : once;
+    further =
+        add_node(r, {most == UNLIMITED ? NodeKind::repetition : NodeKind::optional, further, 0, 0});
+    for (int i = least + 2; i <= most && !r->failed; ++i) {
+        further = add_node(r, {NodeKind::sequence, further, add_copy(r, begin, once), 0});
+        further = add_node(r, {NodeKind::optional, further, 0, 0});
     }
-    return least > 0 ? add_sequence(required, optional) : optional;
+    return least > 0 ? add_node(r, {NodeKind::sequence, required, further, 0}) : further;
 }
 
-// A byte of a bracket expression, which may be written [.b.] or [=b=].
-static int take_bracket_byte(bool* is_class)
+// ---- brackets ----
+
+// One byte, which may be written [.b.] or [=b=].
+static int take_bracket_byte(Reading* r, bool* is_class)
 {
-    const char* const c = at;
+    const char* const c = r->at;
     *is_class = c[0] == '[' && c[1] == '=';
-    if (c[0] == '[' && (*is_class || c[1] == '.' || c[1] == ':')) {
-        if (c[2] == '\0' || c[3] != c[1] || c[4] != ']') return fail();
-        at += 5;
-        return static_cast<unsigned char>(c[2]);
+    if (c[0] == '\0') return fail(r);
+    if (c[0] != '[' || (c[1] != '=' && c[1] != '.' && c[1] != ':')) {
+        ++r->at;
+        return static_cast<unsigned char>(c[0]);
     }
-    if (c[0] == '\0') return fail();
-    ++at;
-    return static_cast<unsigned char>(c[0]);
+    if (c[2] == '\0' || c[3] != c[1] || c[4] != ']') return fail(r);
+    r->at += 5;
+    return static_cast<unsigned char>(c[2]);
 }
 
-static void take_bracket_range(bool is_first, Bytes* bytes)
+// A byte or a range of them. A '-' stands for itself at either end of the brackets only.
+static void take_bracket_range(Reading* r, bool is_first, std::bitset<256>* set)
 {
-    // A '-' stands for itself at either end only.
-    if (at[0] == '-' && at[1] != ']' && !is_first) fail();
-    bool is_low_class = false, is_high_class = false;
-    const int low = take_bracket_byte(&is_low_class);
+    if (r->at[0] == '-' && r->at[1] != ']' && !is_first) (void)fail(r);
+    bool is_class = false, is_other_class = false;
+    const int low = take_bracket_byte(r, &is_class);
     int high = low;
-    if (!expression_tree.failed && at[0] == '-' && at[1] != ']') {
-        ++at;
-        high = take_bracket_byte(&is_high_class);
-        if (is_low_class || is_high_class || high < low) fail();
+    if (!r->failed && r->at[0] == '-' && r->at[1] != ']') {
+        ++r->at;
+        high = take_bracket_byte(r, &is_other_class);
+        if (is_class || is_other_class || high < low) (void)fail(r);
     }
-    for (int byte = low; byte <= high; ++byte) (*bytes)[static_cast<size_t>(byte)] = true;
+    for (int byte = low; byte <= high; ++byte) (*set)[static_cast<size_t>(byte)] = true;
 }
 
-static int take_bracket()
+static int take_bracket(Reading* r)
 {
-    Bytes bytes;
-    const bool inverted = takes('^');
-    bool is_first = true;
-    for (; !expression_tree.failed && (is_first || *at != ']'); is_first = false) {
-        take_bracket_range(is_first, &bytes);
-    }
-    if (expression_tree.failed) return 0;
-    ++at;
-    return add_character(inverted ? ~bytes : bytes);
+    std::bitset<256> set;
+    const bool is_inverted = takes(r, '^');
+    take_bracket_range(r, true, &set);
+    while (!r->failed && !takes(r, ']')) take_bracket_range(r, false, &set);
+    return add_character(r, is_inverted ? ~set : set);
 }
 
-static int take_choices();
+// ---- parts ----
 
-static int take_group()
+static int take_choices(Reading* r);
+
+static int take_group(Reading* r)
 {
-    if (takes(')')) return add_leaf(NodeKind::nothing, 2, 1);
-    ++depth;
-    const int inside = take_choices();
-    --depth;
-    return takes(')') ? inside : fail();
+    ++r->depth;
+    const int inside = take_choices(r);
+    --r->depth;
+    return takes(r, ')') ? inside : fail(r);
 }
 
-static int take_part()
+static int take_part(Reading* r)
 {
-    const char c = *at++;
-    switch (c) {
-    case '(': return take_group();
-    case '[': return take_bracket();
-    case '^': return add_leaf(NodeKind::begin, 1, 1);
-    case '$': return add_leaf(NodeKind::end, 1, 1);
-    case '.': return add_character(~Bytes());
-    case '*':
-    case '+':
-    case '?':
-    case '{': return fail();
-    case ')': expression_tree.is_balanced = false; break;
-    default: break;
-    }
-    Bytes bytes;
-    const char meant = c == '\\' ? *at : c;
-    if (meant == '\0') return fail();
-    if (c == '\\') ++at;
-    bytes[static_cast<unsigned char>(meant)] = true;
-    return add_character(bytes);
+    const char c = *r->at++;
+    if (c == '(') return take_group(r);
+    if (c == '[') return take_bracket(r);
+    if (c == '^') return add_node(r, {NodeKind::begin, 0, 0, 0});
+    if (c == '$') return add_node(r, {NodeKind::end, 0, 0, 0});
+    if (c == '.') return add_character(r, ~std::bitset<256>());
+    if (strchr("*+?{", c)) return fail(r);
+    if (c == '\\' && *r->at == '\0') return fail(r);
+    if (c == ')') r->tree->is_balanced = false;
+    std::bitset<256> set;
+    set[static_cast<unsigned char>(c == '\\' ? *r->at++ : c)] = true;
+    return add_character(r, set);
 }
 
-static int take_repeated_part()
+static int take_repeated_part(Reading* r)
 {
-    const int begin = expression_tree.node_count;
-    int part = take_part();
-    while (!expression_tree.failed) {
-        int least = 0, most = UNLIMITED;
-        if (takes('+')) {
-            least = 1;
-        } else if (takes('?')) {
-            most = 1;
-        } else if (takes('{')) {
-            if (!take_counts(&least, &most)) return fail();
-        } else if (!takes('*')) {
-            break;
-        }
-        part = add_repeated(begin, least, most);
+    const int begin = r->tree->node_count;
+    int part = take_part(r), least = 0, most = 0;
+    while (!r->failed && take_repetition(r, &least, &most)) {
+        part = add_repeated(r, begin, least, most);
     }
     return part;
 }
 
-static bool ends_choice()
+static bool is_end_of_choice(const Reading& r)
 {
-    return *at == '\0' || *at == '|' || (*at == ')' && depth > 0);
+    return *r.at == '\0' || *r.at == '|' || (*r.at == ')' && r.depth > 0);
 }
 
-static int take_sequence()
+static int take_sequence(Reading* r)
 {
-    if (ends_choice()) return add_leaf(NodeKind::nothing, 0, 1);
-    int sequence = take_repeated_part();
-    while (!expression_tree.failed && !ends_choice()) {
-        sequence = add_sequence(sequence, take_repeated_part());
+    if (is_end_of_choice(*r)) return add_node(r, {NodeKind::nothing, 0, 0, 0});
+    int sequence = take_repeated_part(r);
+    while (!r->failed && !is_end_of_choice(*r)) {
+        sequence = add_node(r, {NodeKind::sequence, sequence, take_repeated_part(r), 0});
     }
     return sequence;
 }
 
-static int take_choices()
+static int take_choices(Reading* r)
 {
-    int choices = take_sequence();
-    while (!expression_tree.failed && takes('|')) choices = add_choice(choices, take_sequence());
+    int choices = take_sequence(r);
+    while (!r->failed && takes(r, '|')) {
+        choices = add_node(r, {NodeKind::choice, choices, take_sequence(r), 0});
+    }
     return choices;
 }
 
-void read_expression(const char* text)
+bool read_expression(const char* text, ExpressionTree* tree)
 {
-    at = text;
-    depth = 0;
-    expression_tree.failed = false;
-    expression_tree.is_balanced = true;
-    expression_tree.node_count = 0;
-    expression_tree.set_count = 0;
-    take_choices();
+    tree->node_count = tree->set_count = 0;
+    tree->is_balanced = true;
+    Reading reading{text, 0, false, tree};
+    (void)take_choices(&reading);
+    return !reading.failed;
 }

@@ -1,17 +1,22 @@
 #include "readers/cradle/series_expression.h"
 
 #include "readers/cradle/expression_bounds.h"
-#include "readers/cradle/expression_tree.h"
 
-#include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <locale.h>
 #include <regex.h>
 
 static regex_t compiled;
+static ExpressionTree tree;
 
-// Bytes are compared, not characters of the host's locale, in which the platform is far slower and
-// keeps more.
+SeriesExpression::~SeriesExpression()
+{
+    if (is_compiled) regfree(&compiled);
+}
+
+// Bytes are compared, whatever the host's locale: for the characters of another one the platform
+// does much more with every name.
 static bool compile_bytes(const char* text)
 {
     const locale_t bytes = newlocale(LC_ALL_MASK, "C", nullptr);
@@ -23,23 +28,24 @@ static bool compile_bytes(const char* text)
     return is_compiled;
 }
 
-SeriesExpression::~SeriesExpression()
+// What can match anywhere in a name is made to match from its beginning: the platform would go
+// through a name once for each of its characters.
+static bool compile_anchored(const char* text)
 {
-    if (is_compiled) regfree(&compiled);
+    char anchored[MAX_TREE_TEXT + 1];
+    const int length = snprintf(anchored, sizeof anchored, "^.*(%s)", text);
+    return length <= MAX_TREE_TEXT && tree.is_balanced && read_expression(anchored, &tree) &&
+           expression_bounds(tree).are_kept && compile_bytes(anchored);
 }
 
 bool compile_series_expression(const char* text, SeriesExpression* expression)
 {
-    if (strlen(text) > MAX_EXPRESSION_LENGTH) return false;
-    ExpressionBounds bounds = expression_bounds(text);
-    char anchored[MAX_BOUNDED_LENGTH + 1];
-    if (!bounds.begins_at_once && bounds.is_balanced) {
-        // The platform would begin anew at each character of a name.
-        (void)snprintf(anchored, sizeof anchored, "^.*(%s)", text);
-        text = anchored;
-        bounds = expression_bounds(text);
+    if (strlen(text) > MAX_EXPRESSION_LENGTH || !read_expression(text, &tree)) return false;
+    const ExpressionBounds bounds = expression_bounds(tree);
+    if (bounds.are_kept) {
+        expression->is_compiled =
+            bounds.begins_at_once ? compile_bytes(text) : compile_anchored(text);
     }
-    expression->is_compiled = bounds.are_kept && bounds.begins_at_once && compile_bytes(text);
     return expression->is_compiled;
 }
 
