@@ -251,18 +251,16 @@ TEST(BatteryRecords, tell_a_failed_read_from_the_end_of_the_file)
     FldBuilder builder;
     for (int i = 0; i < 12; ++i) builder.record(std::string(99999, 'r'));
     const std::string path = directory.write("records", builder.bytes());
-    const int before = open("/dev/null", O_RDONLY);
-    close(before); // the unit gets this descriptor
+    const int file = open("/dev/null", O_RDONLY);
+    close(file); // the unit gets this descriptor
     ASSERT_EQ(nzn_open_unit(3, path.c_str()), 0);
     ASSERT_EQ(nzn_begin_record(3), 0);
-    const int writer = open(path.c_str(), O_WRONLY);
-    dup2(writer, before);
+    close(file);
     std::string text(99999, ' ');
     EXPECT_EQ(nzn_read_chars(3, 99999, text.data()), 5);
     EXPECT_EQ(nzn_seek(3, 200014), 0);
     EXPECT_EQ(nzn_begin_record(3), 5);
-    EXPECT_EQ(nzn_close_unit(3), 0);
-    close(writer);
+    EXPECT_EQ(nzn_close_unit(3), 5);
 }
 
 // ---- callbacks ----

@@ -181,18 +181,14 @@ Section coordinate_system(int32_t code)
     return layout("LS_CoordinateSystem", {int_item(ANY), int_item(code)});
 }
 
-static std::vector<double> component(const std::vector<Point>& points, size_t axis)
-{
-    std::vector<double> values;
-    values.reserve(points.size());
-    for (const Point& point : points) values.push_back(point[axis]);
-    return values;
-}
-
 static void write_points(FldBuilder& b, const std::vector<Point>& points)
 {
     b.int_item(static_cast<int32_t>(points.size()));
-    for (size_t axis = 0; axis < 3; ++axis) b.real_array(component(points, axis));
+    for (size_t axis = 0; axis < 3; ++axis) {
+        std::vector<double> values;
+        for (const Point& point : points) values.push_back(point[axis]);
+        b.real_array(values);
+    }
 }
 
 Section nodes(const std::vector<Point>& positions)

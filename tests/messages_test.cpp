@@ -81,21 +81,15 @@ static Files damaged_section_name()
     return {{"a.fld", {}, bytes}};
 }
 
-// The good file has five sections with grid data, and two with results.
-static Files grid_sections(size_t count)
-{
-    const Item zero = int_item(0);
-    FldFile file = good;
-    file.grids[0].insert(file.grids[0].end(), count - 5,
-                         layout("LS_VolumeGeometry", {zero, zero, zero}));
-    return one(file);
-}
-static Files result_sections(size_t count)
+// The good file has five sections with grid data, and two with results. Each of these is empty.
+static const Item zero = int_item(0);
+static const Section grid_section = layout("LS_VolumeGeometry", {zero, zero, zero});
+static const Section results_section = layout("LS_ALE", {zero, zero, zero, zero});
+
+static Files with_further(size_t count, const Section& section)
 {
     FldFile file = good;
-    for (size_t i = 2; i < count; ++i) {
-        file.grids[0].push_back(scalar(std::to_string(i), "", {1, 2, 3, 4}));
-    }
+    file.grids[0].insert(file.grids[0].end(), count, section);
     return one(file);
 }
 
@@ -103,7 +97,7 @@ static Files result_sections(size_t count)
 
 static std::vector<Case> failing_opens()
 {
-    const Item zero = int_item(0), single = int_item(1);
+    const Item single = int_item(1);
     const Section ale = layout(
         "LS_ALE", {zero, int_item(4), zero, single, zero, single, text_item("part"), int_item(4)});
     const Section short_name =
@@ -146,8 +140,8 @@ static std::vector<Case> failing_opens()
          no_grid_file + "s2.fld"},
         {"boundary_name_of_80_blanks", with(surfaces({{std::string(80, ' ') + "x", {}}})), "",
          "Data reader error: empty boundary name."},
-        {"2049_grid_sections", grid_sections(2049), "", too_many},
-        {"2049_result_sections", result_sections(2049), "", too_many},
+        {"2049_grid_sections", with_further(2049 - 5, grid_section), "", too_many},
+        {"2049_result_sections", with_further(2049 - 2, results_section), "", too_many},
         {"damaged_section_name", damaged_section_name(), "",
          "Error: unable to get file position in FLD file."},
         {"coordinate_system_2", with(coordinate_system(2)), "",
@@ -318,9 +312,9 @@ TEST(Walls, are_found_by_their_nodes)
 
 TEST(Sections, up_to_2048_in_each_table_are_accepted)
 {
-    for (const Files& files : {grid_sections(2048), result_sections(2048)}) {
-        expect_events({"", files, cells, "", {}, {.variable_capacity = 2048}},
-                      "open\nflag 0\nread 1\n", "flag 0\n");
+    for (const Files& files :
+         {with_further(2048 - 5, grid_section), with_further(2048 - 2, results_section)}) {
+        expect_events({"", files, cells, ""}, "open\nflag 0\nread 1\n", "flag 0\n");
     }
 }
 
