@@ -19,6 +19,8 @@ bool is_end_record(const ItemDescriptor& item)
 
 // Whether the descriptor can be that of an array of `count` values. An array of none still has one
 // record, and its element size means nothing.
+// (Without the check of its sign, a negative per_record would be refused for holding less than
+// none.)
 static bool shape_fits(const ItemDescriptor& item, int32_t count)
 {
     if (count == 0) return item.per_record >= 0 && item.record_count == 1;
