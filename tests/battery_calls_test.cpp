@@ -351,6 +351,14 @@ TEST(BatteryBoundary, closed_from_inside_a_service)
     }
     calls_left = 0;
     EXPECT_EQ(events(host.visit(path)), events(series.trace));
+    // Another dataset that is opened there ends the callback too, from the first registration on.
+    static const FaultyHost* const opening_host = &host;
+    static const std::string another = path;
+    close_dataset = [] { EXPECT_EQ(open_directly(*opening_host, another.c_str()), 0); };
+    for (int call = 1; call <= 6; ++call) {
+        calls_left = call;
+        EXPECT_EQ(pick(host.visit(path), {"flag", "out"}), "flag 1\n") << call;
+    }
 }
 
 // A host that calls a callback from inside a service may lose the one that runs, and nothing else.

@@ -45,7 +45,8 @@ void empty_time_series()
     }
 }
 
-bool dataset_is_held()
+// Whether a file was opened since all was released.
+static bool dataset_is_held()
 {
     return dataset_state.current_unit != NO_UNIT || dataset_state.grid_file_name[0] != '\0' ||
            dataset_state.results_file_name[0] != '\0';
@@ -53,7 +54,7 @@ bool dataset_is_held()
 
 void fld_free_dataset()
 {
-    if (dataset_is_held()) ++dataset_state.times_freed;
+    if (dataset_is_held()) ++dataset_state.generation;
     close_current_unit();
     dataset_state.grid_file_name[0] = '\0';
     dataset_state.paired_grid_file_name[0] = '\0';

@@ -10,9 +10,6 @@
 // names that the dataset has no room for cannot be opened.
 [[nodiscard]] int32_t open_dataset_unit(int32_t unit, const char* name);
 
-// Whether a file was opened since all was released.
-[[nodiscard]] bool dataset_is_held();
-
 // Closes the dataset's open file, if there is one.
 void close_current_unit();
 

@@ -85,11 +85,9 @@ static void scan_fld_file(uint8_t mode, const char* name, int32_t unit, int32_t 
     *lists.boundaries.count = 0;
     *lists.variables.count = 0;
     *error_flag = 1;
-    const int64_t times_freed = dataset_state.times_freed;
+    const int64_t generation = dataset_state.generation;
     host_register_callbacks(fld_free_dataset, fld_peek_time);
-    // A host that opened another dataset meanwhile has that one now.
-    if (dataset_state.times_freed != times_freed) return;
-    if (mode == GIVEN_FILE && dataset_is_held()) return;
+    if (dataset_state.generation != generation) return;
     const int32_t status = open_dataset_unit(unit, name);
     if (status == NZN_CANNOT_OPEN) print_diagnostic("Cannot open file: %s\n", name);
     if (status == NZN_NOT_UNFORMATTED) print_diagnostic("File is not unformatted: %s\n", name);
@@ -110,7 +108,7 @@ static void scan_fld_file(uint8_t mode, const char* name, int32_t unit, int32_t 
         return;
     }
     host_set_reader_options();
-    *error_flag = dataset_state.times_freed == times_freed ? 0 : 1;
+    *error_flag = dataset_state.generation == generation ? 0 : 1;
 }
 
 // ---- the header callback ----
@@ -221,6 +219,7 @@ void fld_read_header(const char* name, void* /*unused*/, const int32_t* unit,
     *error_flag = 1;
     std::fill_n(node_counts, std::max(*grid_capacity, 0), 0);
     fld_free_dataset();
+    ++dataset_state.generation;
     // Kept aside until all is read: a host may close the dataset from one of its services.
     HeapArray<VariableSection> variable_sections = zeroed_heap_array<VariableSection>(variables);
     if (!variable_sections) {

@@ -54,9 +54,9 @@ struct DatasetState {
     int32_t variable_section_count = 0;           // rows that exist: the host's variable capacity
     int32_t coordinate_system = -1;               // of the grid being read
     RowSet boundary_rows = {};                    // finds boundary names
-    // How often a dataset was released. A host may close it from inside one of its services: who
-    // called the service finds out by this, and has failed.
-    int64_t times_freed = 0;
+    // Changes when a dataset is released and when another is begun. A host may do either from
+    // inside one of its services: whoever called the service finds out by this, and has failed.
+    int64_t generation = 0;
 };
 
 extern DatasetState dataset_state;

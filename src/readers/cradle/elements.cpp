@@ -71,7 +71,7 @@ static uint32_t match_mask(const int32_t* nodes, int32_t node_count, const int32
     return mask;
 }
 
-// No two faces of a shape have the same nodes.
+// The face with these nodes, of which no shape has two; -1 when there is none.
 static int32_t find_face(const ElementType& type, uint32_t mask)
 {
     int32_t found = -1;
@@ -112,8 +112,8 @@ static bool create_cell(const ElementType& type, const int32_t* file_nodes, uint
             static_cast<int32_t>(static_cast<uint32_t>(file_nodes[type.host_order[k]]) + shift);
     }
     if (walls.next != walls.end) flag_wall_faces(type, nodes, walls, face_flags);
-    const int64_t times_freed = dataset_state.times_freed;
-    if (type.create(face_flags, nodes)) return dataset_state.times_freed == times_freed;
+    const int64_t generation = dataset_state.generation;
+    if (type.create(face_flags, nodes)) return dataset_state.generation == generation;
     print_diagnostic("Data reader error: not enough dynamic memory for cells.\n");
     return false;
 }

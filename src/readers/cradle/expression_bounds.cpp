@@ -64,11 +64,6 @@ static double steps_from(const Place& place)
     return place.steps + place.ways * place.steps_after;
 }
 
-static bool is_anchor(const Node& node)
-{
-    return node.kind == NodeKind::begin || node.kind == NodeKind::end;
-}
-
 static bool has_two_ways(const Node& node)
 {
     return node.kind == NodeKind::choice || node.kind == NodeKind::optional ||

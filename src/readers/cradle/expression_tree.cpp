@@ -93,11 +93,6 @@ static bool take_repetition(Reading* r, int* least, int* most)
     return !r->failed;
 }
 
-static bool is_anchor(const Node& node)
-{
-    return node.kind == NodeKind::begin || node.kind == NodeKind::end;
-}
-
 // What stands from `begin` on, a number of times: x{2,4} is xx((x)?x)?, x{2,} is xxx*.
 static int add_repeated(Reading* r, int begin, int least, int most)
 {

@@ -21,6 +21,11 @@ struct Node {
     int set;         // of a character
 };
 
+[[nodiscard]] inline bool is_anchor(const Node& node)
+{
+    return node.kind == NodeKind::begin || node.kind == NodeKind::end;
+}
+
 constexpr int MAX_EXPRESSION_NODES = 2048;
 constexpr int MAX_TREE_TEXT = 260;
 

@@ -92,9 +92,9 @@ static bool append_wall(const SurfaceCaller& caller, int32_t element, const int3
 
 static bool create_face(int32_t boundary_type, int32_t node_count, const int32_t* nodes)
 {
-    const int64_t times_freed = dataset_state.times_freed;
+    const int64_t generation = dataset_state.generation;
     if (host_create_boundary_face(boundary_type, node_count, nodes)) {
-        return dataset_state.times_freed == times_freed;
+        return dataset_state.generation == generation;
     }
     print_no_memory_for_boundaries();
     return false;

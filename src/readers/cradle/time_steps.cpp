@@ -93,9 +93,8 @@ static FirstGrid look_at_first_grid(const char* name)
 // is looked at once more.
 constexpr size_t REMEMBERED_SETS = 8192;
 constexpr size_t SET_SIZE = 16;
-static utf8wrap::FileStatus files_without_grid[REMEMBERED_SETS][SET_SIZE];
-
 using RememberedSet = utf8wrap::FileStatus[SET_SIZE];
+static RememberedSet files_without_grid[REMEMBERED_SETS];
 
 static RememberedSet& set_of(const utf8wrap::FileStatus& file)
 {
