@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <random>
 #include <sys/resource.h>
 
 namespace fld_test
@@ -40,6 +41,20 @@ static int64_t address_space()
     std::ifstream("/proc/self/statm") >> pages;
     return pages * 4096;
 }
+
+#ifdef FLD_RELEASE
+// A number of the system's about this process, in bytes.
+static int64_t memory_status(const std::string& key)
+{
+    std::ifstream status("/proc/self/status");
+    int64_t kilobytes = 0;
+    for (std::string word; status >> word;) {
+        if (word == key && status >> kilobytes) return kilobytes * 1024;
+    }
+    ADD_FAILURE() << "the system does not tell " << key;
+    return 0;
+}
+#endif
 
 // ---- memory ----
 
@@ -266,6 +281,61 @@ TEST(BatterySeries, a_member_too_many)
         "out Data reader error: unable to find grid file for results file: s100000.fld\nflag 1\n";
     EXPECT_EQ(pick(host.visit(results), {"out", "err", "flag"}),
               last == member(COUNT - 1) ? unpaired : "flag 0\nflag 0\n");
+}
+
+// Parts of an expression behind one another, nested at most `depth` times.
+static std::string random_parts(std::minstd_rand& random, int depth)
+{
+    const auto one_of = [&](std::initializer_list<const char*> choices) {
+        return choices.begin()[random() % choices.size()];
+    };
+    std::string parts;
+    for (size_t n = 1 + random() % 6; n > 0; --n) {
+        std::string part = one_of({"a", "b", "a", "b", "a", "b", ".", "[ab]", "()", "^", "$"});
+        if (depth > 0 && random() % 3 == 0) {
+            part = "(" + random_parts(random, depth - 1);
+            if (random() % 2 == 0) part.append("|").append(random_parts(random, depth - 1));
+            part += ")";
+        }
+        parts += part;
+        parts += one_of({"", "", "", "", "*", "+", "?", "*?", "{3}", "{,4}", "{2,}"});
+    }
+    return parts;
+}
+
+// In a directory of a thousand names of the letters that the expressions are made of.
+TEST(BatterySeries, whatever_a_name_means)
+{
+    FaultyHost host;
+    std::minstd_rand random;
+    const std::string bytes = build(step), first = host.directory.write("0.fld", bytes);
+    for (int k = 0; k < 1000; ++k) {
+        std::string name;
+        for (size_t n = 1 + random() % 200; n > 0; --n) name += random() % 2 == 0 ? 'a' : 'b';
+        std::filesystem::create_hard_link(first, host.directory.path(name + member(k)));
+    }
+#ifdef FLD_RELEASE // the sanitizers keep what was released
+    std::ofstream("/proc/self/clear_refs") << 5 << std::flush; // the peak is counted anew
+    const int64_t before = memory_status("VmRSS:");
+#endif
+    int accepted = 0, refused = 0;
+    while (accepted + refused < 400) {
+        const std::string name = random_parts(random, 3);
+        if (name.size() > 230) continue;
+        const std::string path = host.directory.write(name + "5000.fld", bytes);
+        const std::string errors = pick(host.visit(path), {"err"});
+        const std::string refusal = "err \nerr ***ERROR: regcmp error \"^" + name;
+        if (!errors.empty()) {
+            EXPECT_EQ(errors, refusal + "[0-9][0-9]*\\.fld$\"\n");
+        }
+        (errors.empty() ? accepted : refused) += 1;
+        std::filesystem::remove(path);
+    }
+    EXPECT_GT(accepted, 40);
+    EXPECT_GT(refused, 40);
+#ifdef FLD_RELEASE
+    EXPECT_LT(memory_status("VmHWM:") - before, 16 * MEBIBYTE);
+#endif
 }
 
 // An expression holds 255 characters, 18 of them beside the prefix; a path holds as many.

@@ -310,6 +310,35 @@ TEST(Walls, are_found_by_their_nodes)
     }
 }
 
+// Whether the records of the walls stand in the order of the elements, in a few runs or in none.
+TEST(Walls, are_found_in_any_order)
+{
+    constexpr int COUNT = 600;
+    static const std::vector<int32_t> corners[] = {{0, 1, 2}, {1, 2, 3}, {0, 2, 3}, {0, 1, 3}};
+    std::string lines;
+    std::vector<Face> walls;
+    for (int32_t k = 0; k < COUNT; ++k) {
+        // Every third cell is without a wall.
+        const int32_t side = k % 3 == 1 ? 4 : k % 4;
+        if (side < 4) walls.push_back({TRIANGLE_FACE, k, corners[side]});
+        lines += "tet";
+        for (int32_t f = 0; f < 4; ++f) lines += f == side ? " 7" : " 0";
+        lines += " | 1 2 3 4\n";
+    }
+    const auto n = std::ssize(walls);
+    for (const auto stride : {ptrdiff_t{1}, n - 1, ptrdiff_t{7}, n / 3, ptrdiff_t{199}}) {
+        std::vector<Region> regions = {{"wall", {}}, {"inlet", {}}};
+        for (ptrdiff_t k = 0; k < n; ++k) {
+            regions[k < n / 2 ? 0 : 1].faces.push_back(walls[k * stride % n]);
+        }
+        FldFile file = replaced(good, surfaces(regions));
+        file = replaced(file, region_types({{"WALL(", "wall"}, {"WALL(", "inlet"}}));
+        file = replaced(file, elements(std::vector<Element>(COUNT, tet)));
+        file = replaced(file, materials(std::vector<int32_t>(COUNT, 1)));
+        EXPECT_EQ(pick(run(one(file)), {"out", "tet"}), lines) << stride;
+    }
+}
+
 TEST(Sections, up_to_2048_in_each_table_are_accepted)
 {
     for (const Files& files :

@@ -42,22 +42,6 @@ static const ElementType* find_element_type(int32_t code)
 
 // ---- wall faces ----
 
-// A run of wall records; they are sorted by element, so those of one element stand together.
-struct WallRun {
-    const ElementWall* next;
-    const ElementWall* end;
-};
-
-// Skips the records of earlier elements and returns those of this one. Elements come in ascending
-// order too, so there is nothing to search.
-static WallRun walls_of_element(int32_t element, WallRun* walls)
-{
-    while (walls->next != walls->end && walls->next->element < element) ++walls->next;
-    const ElementWall* end = walls->next;
-    while (end != walls->end && end->element == element) ++end;
-    return {walls->next, end};
-}
-
 // A wall is recognised by its set of nodes, whatever their order. There are no branches, because
 // which nodes match is unpredictable.
 static uint32_t match_mask(const int32_t* nodes, int32_t node_count, const int32_t (&wall)[4])
@@ -81,26 +65,24 @@ static int32_t find_face(const ElementType& type, uint32_t mask)
     return found;
 }
 
-static void flag_wall_faces(const ElementType& type, const int32_t* nodes, WallRun walls,
-                            int32_t* face_flags)
+static void flag_wall_face(const ElementType& type, const int32_t* nodes, const ElementWall& wall,
+                           int32_t* face_flags)
 {
-    for (const ElementWall* wall = walls.next; wall != walls.end; ++wall) {
-        const int32_t face = find_face(type, match_mask(nodes, type.node_count, wall->nodes));
-        if (face >= 0) {
-            face_flags[face] = WALL_FACE;
-        } else {
-            print_diagnostic("Data reader warning: element wall not found in element.\n");
-        }
+    const int32_t face = find_face(type, match_mask(nodes, type.node_count, wall.nodes));
+    if (face >= 0) {
+        face_flags[face] = WALL_FACE;
+    } else {
+        print_diagnostic("Data reader warning: element wall not found in element.\n");
     }
 }
 
 // ---- cells ----
 
-static bool create_cell(const ElementType& type, const int32_t* file_nodes, uint32_t shift,
-                        WallRun walls)
+static bool create_cell(const ElementType& type, int32_t element, const int32_t* file_nodes,
+                        uint32_t shift, WallQueue* walls)
 {
     if (type.face_count == 0) {
-        if (walls.next == walls.end) return true;
+        if (!take_wall(walls, element)) return true;
         print_diagnostic("Data reader error: element has no face count.\n");
         return false;
     }
@@ -111,7 +93,9 @@ static bool create_cell(const ElementType& type, const int32_t* file_nodes, uint
         nodes[k] =
             static_cast<int32_t>(static_cast<uint32_t>(file_nodes[type.host_order[k]]) + shift);
     }
-    if (walls.next != walls.end) flag_wall_faces(type, nodes, walls, face_flags);
+    while (const ElementWall* const wall = take_wall(walls, element)) {
+        flag_wall_face(type, nodes, *wall, face_flags);
+    }
     const int64_t generation = dataset_state.generation;
     if (type.create(face_flags, nodes)) return dataset_state.generation == generation;
     print_diagnostic("Data reader error: not enough dynamic memory for cells.\n");
@@ -132,7 +116,7 @@ struct ElementList {
     IntWindow node_list;
 };
 
-static bool create_cells(ElementList* list, WallRun walls)
+static bool create_cells(ElementList* list, WallQueue* walls)
 {
     const uint32_t shift = 1U - static_cast<uint32_t>(dataset_state.bias);
     const ElementType* type = nullptr;
@@ -155,7 +139,7 @@ static bool create_cells(ElementList* list, WallRun walls)
         if (!file_nodes) return false;
         nodes_left -= type->node_count;
         if (!material_is_set(list->materials, i)) continue;
-        if (!create_cell(*type, file_nodes, shift, walls_of_element(i, &walls))) return false;
+        if (!create_cell(*type, i, file_nodes, shift, walls)) return false;
     }
     return true;
 }
@@ -203,7 +187,7 @@ static bool open_array(int32_t unit, bool scan_only, int32_t count, IntWindow* w
 }
 
 bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
-                       const uint8_t* materials, int32_t wall_count, const ElementWall* walls)
+                       const uint8_t* materials, WallQueue* walls)
 {
     int32_t not_interpreted = 0;
     int32_t element_count = 0;
@@ -228,5 +212,5 @@ bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
         print_diagnostic("Data reader error: element material array is NULL.\n");
         return false;
     }
-    return create_cells(&list, {walls, walls + wall_count});
+    return create_cells(&list, walls);
 }

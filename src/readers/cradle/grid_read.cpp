@@ -9,6 +9,7 @@
 #include "readers/cradle/results_read.h"
 #include "readers/cradle/section_index.h"
 #include "readers/cradle/surface_geometry.h"
+#include "readers/cradle/wall_records.h"
 #include "ui/util/nzn_io.h"
 
 #include <algorithm>
@@ -139,24 +140,12 @@ static bool read_surfaces_of_kind(int32_t unit, int32_t grid, const char* name,
     }
 }
 
-// Ascending by element.
-static int compare_element_walls(const ElementWall& a, const ElementWall& b)
-{
-    return (a.element > b.element) - (a.element < b.element);
-}
-
 static bool read_surfaces(int32_t unit, int32_t grid, Walls* walls)
 {
-    if (!read_surfaces_of_kind(unit, grid, "LS_SurfaceGeometry", read_fld_surface_geometry,
-                               walls) ||
-        !read_surfaces_of_kind(unit, grid, "LS_SurfaceGeometryArray",
-                               read_fld_surface_geometry_array, walls)) {
-        return false;
-    }
-    std::sort(
-        walls->faces.get(), walls->faces.get() + walls->face_count,
-        [](const ElementWall& a, const ElementWall& b) { return compare_element_walls(a, b) < 0; });
-    return true;
+    return read_surfaces_of_kind(unit, grid, "LS_SurfaceGeometry", read_fld_surface_geometry,
+                                 walls) &&
+           read_surfaces_of_kind(unit, grid, "LS_SurfaceGeometryArray",
+                                 read_fld_surface_geometry_array, walls);
 }
 
 static bool read_cells(int32_t unit, int32_t grid, const Walls& walls)
@@ -173,10 +162,11 @@ static bool read_cells(int32_t unit, int32_t grid, const Walls& walls)
         return false;
     }
     if (!section_is_alone(next_grid_section)) return false;
+    WallQueue queue;
+    fill_wall_queue(walls.faces.get(), walls.face_count, &queue);
     return go_to_section(unit, grid, "LS_Elements", next_grid_section,
                          "FLD file error: element data not found.\n") &&
-           read_fld_elements(unit, false, material_count, materials.get(), walls.face_count,
-                             walls.faces.get()) &&
+           read_fld_elements(unit, false, material_count, materials.get(), &queue) &&
            section_is_alone(next_grid_section);
 }
 

@@ -38,7 +38,7 @@ static bool scan_coordinate_system(const Scan& scan, const char* /*name*/)
 
 static bool scan_elements(const Scan& scan, const char* /*name*/)
 {
-    return read_fld_elements(scan.unit, true, 0, nullptr, 0, nullptr);
+    return read_fld_elements(scan.unit, true, 0, nullptr, nullptr);
 }
 
 static bool scan_element_materials(const Scan& scan, const char* /*name*/)

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "readers/cradle/array_windows.h"
-#include "readers/cradle/elements.h"
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/wall_records.h"
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
 // "LS_SurfaceGeometry" and "LS_SurfaceGeometryArray": the boundary faces of a grid, by region.
 #pragma once
 
-#include "readers/cradle/elements.h"
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/wall_records.h"
 
 #include <cstdint>
 
