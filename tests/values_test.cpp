@@ -101,11 +101,12 @@ TEST(NameLists, are_merged_name_by_name)
                   none + missing + missing + none + "value 1 1 1 1\n");
 }
 
-// A paired grid file without nodes of its own in the results file: what the results file says of
-// the first grid makes way.
+// What the results file says of the first grid makes way, and of a grid file with several grids
+// only the first one belongs to the results.
 TEST(Pairing, takes_the_first_grid_from_the_grid_file_alone)
 {
-    const FldFile grid = tetrahedron_file();
+    FldFile grid = tetrahedron_file();
+    grid.grids.push_back(grid_of({surfaces({{"second", {}}})}));
     FldFile results{{{coordinate_system(0), nodes({}), materials({}),
                       region_types({{"Wall_Boundary", "inlet"}}),
                       surfaces({{"inlet", {{TRIANGLE_FACE, 0, {0, 1, 2}}}}}),
@@ -115,17 +116,6 @@ TEST(Pairing, takes_the_first_grid_from_the_grid_file_alone)
               "nodes 4\nboundary inlet\nboundary wall\nvariable Pressure (P)\nvalue 9 8 7 6\n");
     EXPECT_EQ(events(trace), "open\nflag 0\nread 1\nface 2 | 4 2 3\nface 1 | 1 3 2\n"
                              "tet 0 7 0 0 | 1 2 3 4\nflag 0\n");
-}
-
-// Of a grid file with several grids only the first one belongs to the results.
-TEST(Pairing, passes_over_further_grids_of_the_grid_file)
-{
-    FldFile grids = tetrahedron_file();
-    grids.grids.push_back(grid_of({surfaces({{"second", {}}})}));
-    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
-    EXPECT_EQ(opened({{"s1.fld", grids}, {"s2.fld", results}}, {"nodes", "boundary", "flag"},
-                     {.grid_capacity = 1}),
-              "flag 0\nnodes 4\nboundary wall\nboundary inlet\nflag 0\n");
 }
 
 // What only the grid file names has no values, even if the results file has a section of its name.
