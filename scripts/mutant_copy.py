@@ -6,6 +6,7 @@ import resource
 import shutil
 import signal
 import subprocess
+import tempfile
 import threading
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -58,10 +59,11 @@ class Runner:
 
     def run(self, command, folder, lock, limits=()):
         """Whether it succeeds, and the first test that fails; ends what it leaves running."""
-        scratch = folder / "scratch"
-        shutil.rmtree(scratch, ignore_errors=True)
-        scratch.mkdir(parents=True)
-        environment = dict(os.environ, TMPDIR=str(scratch), ASAN_OPTIONS=ASAN_OPTIONS)
+        with tempfile.TemporaryDirectory() as scratch:  # a short path, as names near the limits need
+            return self.run_in(command, folder, scratch, lock, limits)
+
+    def run_in(self, command, folder, scratch, lock, limits):
+        environment = dict(os.environ, TMPDIR=scratch, ASAN_OPTIONS=ASAN_OPTIONS)
         with self.lock:
             if self.ended:
                 raise Ended

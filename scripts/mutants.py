@@ -93,9 +93,10 @@ def try_all(mutants, jobs, unchanged, outcomes):
         key = f"{unchanged} {number}"  # each has its own builds
         if key in outcomes.known:
             return
-        if copy.try_tests()[0] != "survived":
+        outcome = copy.try_tests()
+        if outcome[0] != "survived":
             runner.end()
-            raise RuntimeError(f"building or testing fails without a change: {copy.source}")
+            raise RuntimeError(f"without a change: {' '.join(outcome)}: {copy.source}")
         outcomes.keep(key=key, outcome="unchanged")
 
     def work(number):

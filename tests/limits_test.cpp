@@ -305,7 +305,7 @@ TEST(BatterySeries, whatever_a_name_means)
     int accepted = 0, refused = 0;
     while (accepted + refused < 400) {
         const std::string name = random_parts(random, 3);
-        if (name.size() > 230) continue;
+        if (name.size() > 200) continue;
         const std::string path = host.directory.write(name + "5000.fld", bytes);
         const std::string errors = pick(host.visit(path), {"err"});
         const std::string refusal = "err \nerr ***ERROR: regcmp error \"^" + name;
