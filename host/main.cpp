@@ -39,11 +39,13 @@ static void add_files_command(CLI::App& app, const char* name, const char* descr
     add_common_options(*command, options);
 }
 
-// Beside the program, wherever it was started from.
+// Beside the program, wherever it was started from, or where it is installed.
 static std::string default_library()
 {
-    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "fld_reader.so")
-        .string();
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const auto beside = folder / "fld_reader.so";
+    if (std::filesystem::exists(beside)) return beside;
+    return folder / FLD_LIBRARY_FROM_PROGRAM / "fld_reader.so";
 }
 
 static int run(const CLI::App& command, const Options& options, FILE* out)
@@ -70,6 +72,7 @@ int main(int argc, char** argv)
 try {
     Options options;
     CLI::App app("Shows what FLD result files hold.", "fld");
+    app.set_version_flag("--version", "fld " FLD_VERSION);
     app.require_subcommand(1);
     add_files_command(app, "info", "Describe the grids and variables of files", options);
     add_files_command(app, "check", "Tell whether files are whole, and where they are not",

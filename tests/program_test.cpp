@@ -138,6 +138,7 @@ TEST_F(Program, ends_with_a_status_for_each_kind_of_failure)
     const std::pair<const char*, int> cases[] = {
         {"info a.fld", 0},
         {"--help", 0},
+        {"--version", 0},
         {"info missing.fld", 1},
         {"series missing1.fld", 1},
         {"series a.fld", 1},
