@@ -7,8 +7,18 @@
 
 // ---- units and file names ----
 
+static FileOpened* told_of_files;
+static void* told_context;
+
+void tell_of_dataset_files(FileOpened* told, void* context)
+{
+    told_of_files = told;
+    told_context = context;
+}
+
 int32_t open_dataset_unit(int32_t unit, const char* name)
 {
+    if (told_of_files) told_of_files(told_context, name);
     if (unit == NO_UNIT || strnlen(name, FILE_NAME_LENGTH + 1) > FILE_NAME_LENGTH) {
         return NZN_CANNOT_OPEN;
     }

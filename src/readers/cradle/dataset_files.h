@@ -10,6 +10,10 @@
 // names that the dataset has no room for cannot be opened.
 [[nodiscard]] int32_t open_dataset_unit(int32_t unit, const char* name);
 
+// Told of every file before it is opened by this; null: nobody is.
+using FileOpened = void(void* context, const char* path);
+void tell_of_dataset_files(FileOpened* told, void* context);
+
 // Closes the dataset's open file, if there is one.
 void close_current_unit();
 

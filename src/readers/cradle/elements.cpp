@@ -16,6 +16,7 @@ constexpr int32_t MAX_FACES = 6;
 
 struct ElementType {
     int32_t code;
+    int32_t shape; // as GridCounts has it; -1 for the flat types
     int32_t node_count;
     int32_t face_count;            // 0 for the flat types, which are never created
     int32_t host_order[MAX_NODES]; // for each host position the position in the file's node list
@@ -24,12 +25,12 @@ struct ElementType {
 };
 
 static constexpr ElementType element_types[] = {
-    {23, 3, 0, {}, {}, nullptr}, // triangle
-    {24, 4, 0, {}, {}, nullptr}, // quadrilateral
-    {34, 4, 4, {0, 1, 2, 3}, {7, 14, 13, 11}, host_create_tet},
-    {35, 5, 5, {0, 1, 2, 3, 4}, {15, 22, 28, 25, 19}, host_create_pyramid},
-    {36, 6, 5, {0, 3, 4, 1, 5, 2}, {15, 51, 60, 41, 22}, host_create_prism},
-    {38, 8, 6, {0, 1, 3, 2, 4, 5, 7, 6}, {85, 170, 15, 240, 51, 204}, host_create_hex},
+    {23, -1, 3, 0, {}, {}, nullptr}, // triangle
+    {24, -1, 4, 0, {}, {}, nullptr}, // quadrilateral
+    {34, 0, 4, 4, {0, 1, 2, 3}, {7, 14, 13, 11}, host_create_tet},
+    {35, 1, 5, 5, {0, 1, 2, 3, 4}, {15, 22, 28, 25, 19}, host_create_pyramid},
+    {36, 2, 6, 5, {0, 3, 4, 1, 5, 2}, {15, 51, 60, 41, 22}, host_create_prism},
+    {38, 3, 8, 6, {0, 1, 3, 2, 4, 5, 7, 6}, {85, 170, 15, 240, 51, 204}, host_create_hex},
 };
 
 static const ElementType* find_element_type(int32_t code)
@@ -116,19 +117,38 @@ struct ElementList {
     IntWindow node_list;
 };
 
+// The type of the next element, mostly that of the last one; null when it cannot be read or is
+// unknown.
+static const ElementType* take_type(ElementList* list, int32_t element, const ElementType* last)
+{
+    const int32_t* const code = take_values(&list->types, 1);
+    if (!code || (last && last->code == *code)) return code ? last : nullptr;
+    const ElementType* const type = find_element_type(*code);
+    if (!type) {
+        print_diagnostic("FLD file error: element %d has unknown type %d\n", element + 1, *code);
+    }
+    return type;
+}
+
+static bool count_cells(ElementList* list, GridCounts* counts)
+{
+    const ElementType* type = nullptr;
+    for (int32_t i = 0; i < list->element_count; ++i) {
+        type = take_type(list, i, type);
+        if (!type) return false;
+        if (type->shape >= 0 && material_is_set(list->materials, i)) ++counts->cells[type->shape];
+    }
+    return true;
+}
+
 static bool create_cells(ElementList* list, WallQueue* walls)
 {
     const uint32_t shift = 1U - static_cast<uint32_t>(dataset_state.bias);
     const ElementType* type = nullptr;
     int32_t nodes_left = list->list_length;
     for (int32_t i = 0; i < list->element_count; ++i) {
-        const int32_t* const code = take_values(&list->types, 1);
-        if (!code) return false;
-        if (!type || type->code != *code) type = find_element_type(*code);
-        if (!type) {
-            print_diagnostic("FLD file error: element %d has unknown type %d\n", i + 1, *code);
-            return false;
-        }
+        type = take_type(list, i, type);
+        if (!type) return false;
         if (type->node_count > nodes_left) {
             print_diagnostic("FLD file error: node list of %d entries is too short for element "
                              "%d\n",
@@ -187,7 +207,7 @@ static bool open_array(int32_t unit, bool scan_only, int32_t count, IntWindow* w
 }
 
 bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
-                       const uint8_t* materials, WallQueue* walls)
+                       const uint8_t* materials, WallQueue* walls, GridCounts* counts)
 {
     int32_t not_interpreted = 0;
     int32_t element_count = 0;
@@ -205,12 +225,13 @@ bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
     list.materials = materials;
     if (!open_array(unit, scan_only, element_count, &list.types)) return false;
     if (!read_int_item(unit, &list.list_length) || list.list_length < element_count) return false;
-    if (!open_array(unit, scan_only, list.list_length, &list.node_list)) return false;
+    const bool without_nodes = scan_only || counts;
+    if (!open_array(unit, without_nodes, list.list_length, &list.node_list)) return false;
     if (scan_only) return true;
 
     if (element_count >= 1 && !materials) { // never: there are as many materials as elements
         print_diagnostic("Data reader error: element material array is NULL.\n");
         return false;
     }
-    return create_cells(&list, walls);
+    return counts ? count_cells(&list, counts) : create_cells(&list, walls);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/read_request.h"
 #include "readers/cradle/wall_records.h"
 
 #include <cstdint>
@@ -13,6 +14,8 @@
                                               HeapArray<uint8_t>* materials);
 
 // Reads type codes and node lists; in load mode creates one cell per volume element in the host and
-// flags the faces that `walls` names, which are taken from it. The scan needs neither array.
+// flags the faces that `walls` names, which are taken from it. The scan needs neither array. With
+// `counts` the cells are only counted there.
 [[nodiscard]] bool read_fld_elements(int32_t unit, bool scan_only, int32_t material_count,
-                                     const uint8_t* materials, WallQueue* walls);
+                                     const uint8_t* materials, WallQueue* walls,
+                                     GridCounts* counts);

@@ -1,5 +1,6 @@
 #include "readers/cradle/grid_read.h"
 
+#include "readers/cradle/array_windows.h"
 #include "readers/cradle/dataset_files.h"
 #include "readers/cradle/dataset_state.h"
 #include "readers/cradle/diagnostics.h"
@@ -9,6 +10,7 @@
 #include "readers/cradle/results_read.h"
 #include "readers/cradle/section_index.h"
 #include "readers/cradle/surface_geometry.h"
+#include "readers/cradle/variables.h"
 #include "readers/cradle/wall_records.h"
 #include "ui/util/nzn_io.h"
 
@@ -56,7 +58,7 @@ static bool read_grid_coordinate_system(int32_t unit, int32_t grid)
     return section_is_alone(next);
 }
 
-// Radius and angle as stored are kept only for a grid whose vectors will need them.
+// `polar` as read_fld_nodes has it.
 static bool read_nodes(int32_t unit, int32_t grid, int32_t node_count, float* coords,
                        HeapArray<float>* polar)
 {
@@ -65,8 +67,7 @@ static bool read_nodes(int32_t unit, int32_t grid, int32_t node_count, float* co
                        "FLD file error: node data not found.\n")) {
         return false;
     }
-    if (!read_fld_nodes(unit, false, node_count, &nodes_read, coords,
-                        grid_has_vectors(grid) ? polar : nullptr)) {
+    if (!read_fld_nodes(unit, false, node_count, &nodes_read, coords, polar)) {
         return false;
     }
     if (!section_is_alone(next_grid_section)) return false;
@@ -124,7 +125,8 @@ static bool prepare_walls(int32_t unit, int32_t grid, Walls* walls)
 }
 
 static bool read_surfaces_of_kind(int32_t unit, int32_t grid, const char* name,
-                                  SurfaceGeometryReader* read, Walls* walls)
+                                  SurfaceGeometryReader* read, const ReadRequest& request,
+                                  Walls* walls)
 {
     begin_lookup(name, grid);
     for (;;) {
@@ -133,22 +135,23 @@ static bool read_surfaces_of_kind(int32_t unit, int32_t grid, const char* name,
         int32_t name_count = 0;
         int32_t face_count = 0;
         if (!read(unit, false, 0, &name_count, nullptr, &face_count, walls->name_count,
-                  walls->names.get(), &walls->face_count, walls->faces.get(),
-                  walls->face_capacity)) {
+                  walls->names.get(), &walls->face_count, walls->faces.get(), walls->face_capacity,
+                  request)) {
             return false;
         }
     }
 }
 
-static bool read_surfaces(int32_t unit, int32_t grid, Walls* walls)
+static bool read_surfaces(int32_t unit, int32_t grid, const ReadRequest& request, Walls* walls)
 {
+    if (!request.faces && !request.counts && walls->name_count == 0) return true;
     return read_surfaces_of_kind(unit, grid, "LS_SurfaceGeometry", read_fld_surface_geometry,
-                                 walls) &&
+                                 request, walls) &&
            read_surfaces_of_kind(unit, grid, "LS_SurfaceGeometryArray",
-                                 read_fld_surface_geometry_array, walls);
+                                 read_fld_surface_geometry_array, request, walls);
 }
 
-static bool read_cells(int32_t unit, int32_t grid, const Walls& walls)
+static bool read_cells(int32_t unit, int32_t grid, const ReadRequest& request, const Walls& walls)
 {
     int32_t material_count = 0;
     HeapArray<uint8_t> materials;
@@ -166,28 +169,24 @@ static bool read_cells(int32_t unit, int32_t grid, const Walls& walls)
     fill_wall_queue(walls.faces.get(), walls.face_count, &queue);
     return go_to_section(unit, grid, "LS_Elements", next_grid_section,
                          "FLD file error: element data not found.\n") &&
-           read_fld_elements(unit, false, material_count, materials.get(), &queue) &&
+           read_fld_elements(unit, false, material_count, materials.get(), &queue,
+                             request.counts) &&
            section_is_alone(next_grid_section);
 }
 
-// Delivers coordinates, boundary faces and cells of one grid; `polar` as read_fld_nodes has it.
-static void read_grid(int32_t unit, int32_t grid_number, int32_t node_count, float* coords,
-                      HeapArray<float>* polar, int32_t* error_flag)
+// Delivers boundary faces and cells of one grid.
+static bool read_mesh(int32_t unit, int32_t grid, const ReadRequest& request)
 {
-    const int32_t grid = grid_number - 1;
     Walls walls;
-    *error_flag = 1;
-    if (read_grid_coordinate_system(unit, grid) &&
-        read_nodes(unit, grid, node_count, coords, polar) && prepare_walls(unit, grid, &walls) &&
-        read_surfaces(unit, grid, &walls) && read_cells(unit, grid, walls)) {
-        *error_flag = 0;
-    }
+    return (!request.cells || !request.wall_flags || prepare_walls(unit, grid, &walls)) &&
+           read_surfaces(unit, grid, request, &walls) &&
+           (!request.cells || read_cells(unit, grid, request, walls));
 }
 
-// ---- the data callback ----
+// ---- the files ----
 
 // With a results file the first grid is the paired file's, any further one its own.
-static const char* file_of_grid(int32_t grid_number)
+const char* file_of_grid(int32_t grid_number)
 {
     const bool has_pair = dataset_state.paired_grid_file_name[0] != '\0';
     const bool has_results = dataset_state.results_file_name[0] != '\0';
@@ -215,36 +214,134 @@ static bool open_results_file(int32_t unit, const char* name)
     return status == NZN_OK;
 }
 
-// Reads the grid and then its variables, which a results file holds when the dataset has one;
-// otherwise they stand in the file that is open already.
-static void read_grid_and_results(int32_t unit, int32_t grid_number, int32_t node_count,
-                                  float* coords, int32_t variable_count, float* values,
-                                  int32_t* error_flag)
+// ---- what is wanted ----
+
+static bool wants_values(const ReadRequest& request)
 {
-    GridNodes nodes{coords, nullptr};
-    read_grid(unit, grid_number, node_count, coords, &nodes.polar, error_flag);
-    if (*error_flag) return;
-    if (dataset_state.results_file_name[0] != '\0') {
-        close_current_unit();
-        if (!open_results_file(unit, dataset_state.results_file_name)) {
-            *error_flag = 1;
-            return;
-        }
+    if (!request.rows) return true;
+    return std::any_of(request.rows, request.rows + request.row_count,
+                       [](const float* row) { return row != nullptr; });
+}
+
+static bool wants_vectors(const ReadRequest& request, int32_t grid)
+{
+    if (!request.rows) return grid_has_vectors(grid);
+    for (int32_t i = 0; i < dataset_state.variable_section_count; ++i) {
+        const char* const section = dataset_state.variable_sections[i].name;
+        if (wants_variable(request, i) && is_vector_section(section)) return true;
     }
-    read_results(&unit, &grid_number, &node_count, &variable_count, &nodes, values, error_flag);
+    return false;
+}
+
+static bool has_results_file()
+{
+    return dataset_state.results_file_name[0] != '\0';
+}
+
+// The coordinate system that a results file gives for the vectors of the grid, -1 when it gives
+// none. It is asked for ahead when the nodes are read for such vectors only.
+static bool peek_results_coordinate_system(int32_t unit, int32_t grid, int32_t* code)
+{
+    *code = -1;
+    if (!has_results_file()) return true;
+    begin_lookup("LS_CoordinateSystem", grid);
+    const int64_t position = next_results_section();
+    if (position < 0) return true;
+    if (!open_results_file(unit, dataset_state.results_file_name)) return false;
+    const bool done = nzn_seek(unit, position) == NZN_OK && read_coordinate_system(unit, code);
+    close_current_unit();
+    return done;
+}
+
+// ---- the read ----
+
+// One call's arguments.
+struct GridRead {
+    int32_t unit;
+    int32_t grid; // 0-based
+    int32_t node_count;
+    float* coords;
+    const ReadRequest* request;
+};
+
+// Reads the nodes when they are wanted, or when vectors cannot be turned without them. Radius and
+// angle as stored are kept only when vectors may need them.
+static bool read_wanted_nodes(const GridRead& read, bool vectors, bool turned, GridNodes* nodes)
+{
+    float* coords = read.coords;
+    if (!read.request->nodes) {
+        if (!turned) return true;
+        nodes->own_coords = heap_array<float>(int64_t{3} * read.node_count);
+        if (!nodes->own_coords) {
+            print_no_memory_for_items(read.node_count);
+            return false;
+        }
+        coords = nodes->own_coords.get();
+    }
+    nodes->coords = coords;
+    return read_nodes(read.unit, read.grid, read.node_count, coords,
+                      vectors ? &nodes->polar : nullptr);
+}
+
+// Reads what the file of the grid has to give. It stays open.
+static bool read_from_grid_file(const GridRead& read, GridNodes* nodes)
+{
+    const ReadRequest& request = *read.request;
+    const bool vectors = wants_vectors(request, read.grid);
+    int32_t results_system = -1;
+    if (!request.nodes && vectors &&
+        !peek_results_coordinate_system(read.unit, read.grid, &results_system)) {
+        return false;
+    }
+    if (!open_grid_file(read.unit, file_of_grid(read.grid + 1))) return false;
+    if (!request.counts && !read_grid_coordinate_system(read.unit, read.grid)) return false;
+    const bool turned = vectors && (dataset_state.coordinate_system == CYLINDRICAL ||
+                                    results_system == CYLINDRICAL);
+    return read_wanted_nodes(read, vectors, turned, nodes) &&
+           read_mesh(read.unit, read.grid, request);
+}
+
+// Reads the variables, which a results file holds when the dataset has one; otherwise they stand in
+// the file of the grid.
+static bool read_values(const GridRead& read, int32_t variable_count, float* values,
+                        GridNodes* nodes)
+{
+    const char* const file =
+        has_results_file() ? dataset_state.results_file_name : file_of_grid(read.grid + 1);
+    const bool is_open = dataset_state.current_unit != NO_UNIT && !has_results_file();
+    if (!is_open) close_current_unit();
+    if (!is_open && !open_results_file(read.unit, file)) return false;
+    const int32_t grid_number = read.grid + 1;
+    int32_t error_flag = 1;
+    read_results(&read.unit, &grid_number, &read.node_count, &variable_count, nodes, values,
+                 *read.request, &error_flag);
+    return error_flag == 0;
+}
+
+static bool needs_grid_file(const ReadRequest& request, int32_t grid)
+{
+    return request.nodes || request.cells || request.faces || wants_vectors(request, grid);
+}
+
+void fld_read_wanted(int32_t unit, int32_t grid_number, int32_t node_count, float* coords,
+                     int32_t variable_count, float* values, const ReadRequest& request,
+                     int32_t* error_flag)
+{
+    dataset_state.coordinate_system = -1;
+    dataset_state.current_unit = NO_UNIT;
+    const GridRead read{unit, grid_number - 1, node_count, coords, &request};
+    GridNodes nodes{};
+    const bool done = (!needs_grid_file(request, read.grid) || read_from_grid_file(read, &nodes)) &&
+                      (!wants_values(request) || read_values(read, variable_count, values, &nodes));
+    close_dataset_unit(unit);
+    *error_flag = done ? 0 : 1;
 }
 
 void fld_read_data(const int32_t* unit, const int32_t* grid_number, const int32_t* node_count,
                    float* coords, const int32_t* variable_count, float* values, int32_t* error_flag)
 {
     *error_flag = 1;
-    dataset_state.coordinate_system = -1;
-    dataset_state.current_unit = NO_UNIT;
     // No grid has a number below 1; the largest one below it would have no predecessor.
-    const int32_t number = std::max(*grid_number, 0);
-    const int32_t file_unit = *unit;
-    if (!open_grid_file(file_unit, file_of_grid(number))) return;
-    read_grid_and_results(file_unit, number, *node_count, coords, *variable_count, values,
-                          error_flag);
-    close_dataset_unit(file_unit);
+    fld_read_wanted(*unit, std::max(*grid_number, 0), *node_count, coords, *variable_count, values,
+                    {}, error_flag);
 }

@@ -21,6 +21,7 @@ struct ResultsRead {
     int32_t variable_count;
     GridNodes* nodes;
     float* values;
+    const ReadRequest* request;
 };
 
 // ---- the coordinate system of the results ----
@@ -71,12 +72,13 @@ static bool make_polar(const ResultsRead& read)
 
 static float* block_of(const ResultsRead& read, int32_t variable)
 {
+    if (read.request->rows) return read.request->rows[variable];
     return read.values ? read.values + static_cast<int64_t>(variable) * read.node_count : nullptr;
 }
 
 static bool fill_undefined(const ResultsRead& read, bool is_vector, int32_t first, int32_t blocks)
 {
-    if (!value_buffer_is_there(is_vector, read.node_count, read.values)) return false;
+    if (!value_buffer_is_there(is_vector, read.node_count, block_of(read, first))) return false;
     std::fill_n(block_of(read, first), static_cast<int64_t>(blocks) * read.node_count,
                 std::numeric_limits<float>::infinity());
     return true;
@@ -85,8 +87,8 @@ static bool fill_undefined(const ResultsRead& read, bool is_vector, int32_t firs
 static bool read_vector(const ResultsRead& read, int32_t first)
 {
     int32_t name_count = 0;
-    const bool needs_polar =
-        dataset_state.coordinate_system == CYLINDRICAL && read.node_count > 0 && read.values;
+    const bool needs_polar = dataset_state.coordinate_system == CYLINDRICAL &&
+                             read.node_count > 0 && block_of(read, first);
     if (needs_polar && !make_polar(read)) return false;
     return read_vector_section(read.unit, false, nullptr, 0, read.node_count,
                                read.nodes->polar.get(), &name_count, nullptr,
@@ -122,20 +124,22 @@ static bool read_variables(const ResultsRead& read)
     for (int32_t i = 0; i < rows; i += blocks) {
         const char* const section = dataset_state.variable_sections[i].name;
         blocks = std::min(is_vector_section(section) ? 3 : 1, read.variable_count - i);
+        if (!wants_variable(*read.request, i)) continue;
         // A variable for which the host's list had no row has no section either.
         const bool complete = section[0] == '\0' ? fill_undefined(read, false, i, blocks)
                                                  : read_variable(read, section, i, blocks);
         if (!complete) return false;
     }
-    return read.variable_count == rows ||
+    return read.request->rows || read.variable_count == rows ||
            fill_undefined(read, false, rows, read.variable_count - rows);
 }
 
 void read_results(const int32_t* unit, const int32_t* grid_number, const int32_t* node_count,
                   const int32_t* variable_count, GridNodes* nodes, float* values,
-                  int32_t* error_flag)
+                  const ReadRequest& request, int32_t* error_flag)
 {
-    const ResultsRead read{*unit, *grid_number, *node_count, *variable_count, nodes, values};
+    const ResultsRead read{*unit, *grid_number, *node_count, *variable_count,
+                           nodes, values,       &request};
     *error_flag = 1;
     if (read.variable_count < 1 || (read_results_coordinate_system(read) && read_variables(read))) {
         *error_flag = 0;

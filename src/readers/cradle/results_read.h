@@ -2,6 +2,7 @@
 #pragma once
 
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/read_request.h"
 
 #include <cstdint>
 
@@ -10,11 +11,12 @@
 struct GridNodes {
     const float* coords;
     HeapArray<float> polar;
+    HeapArray<float> own_coords; // the buffer when it is not the host's
 };
 
 // Fills `values` (variable count x node count floats) with every variable of the grid in the order
 // of the host's list; a variable that the grid lacks becomes +infinity. The file that holds the
-// results is open as `unit`.
+// results is open as `unit`. Only what is wanted is read.
 void read_results(const int32_t* unit, const int32_t* grid_number, const int32_t* node_count,
                   const int32_t* variable_count, GridNodes* nodes, float* values,
-                  int32_t* error_flag);
+                  const ReadRequest& request, int32_t* error_flag);

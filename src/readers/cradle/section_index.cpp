@@ -38,7 +38,7 @@ static bool scan_coordinate_system(const Scan& scan, const char* /*name*/)
 
 static bool scan_elements(const Scan& scan, const char* /*name*/)
 {
-    return read_fld_elements(scan.unit, true, 0, nullptr, nullptr);
+    return read_fld_elements(scan.unit, true, 0, nullptr, nullptr, nullptr);
 }
 
 static bool scan_element_materials(const Scan& scan, const char* /*name*/)
@@ -72,7 +72,7 @@ static bool scan_surfaces(const Scan& scan, const char* /*name*/)
     }
     int32_t wall_count = 0;
     return read(scan.unit, true, scan.boundary_capacity, scan.boundary_count, scan.boundary_names,
-                &dataset_state.faces_per_grid[scan.grid], 0, nullptr, &wall_count, nullptr, 0);
+                &dataset_state.faces_per_grid[scan.grid], 0, nullptr, &wall_count, nullptr, 0, {});
 }
 
 template <bool (*read)(int32_t)> static bool scan_whole(const Scan& scan, const char* /*name*/)

@@ -100,10 +100,39 @@ static bool create_face(int32_t boundary_type, int32_t node_count, const int32_t
     return false;
 }
 
-bool create_region_faces(const SurfaceCaller& caller, const char* name, int32_t boundary_type,
-                         const RegionFaces& faces)
+FaceUse use_of_faces(const SurfaceCaller& caller, const char* name, int32_t boundary_type)
 {
-    const bool is_wall = is_wall_region(caller, name);
+    const ReadRequest& request = *caller.request;
+    const bool is_wanted =
+        request.faces && (!request.boundaries || request.boundaries[boundary_type - 1]);
+    return {is_wanted && !request.counts, is_wall_region(caller, name), request.counts != nullptr};
+}
+
+static bool print_unknown_type(int32_t face, int32_t type)
+{
+    print_diagnostic("FLD file error: face %d has unknown type %d\n", face + 1, type);
+    return false;
+}
+
+static bool count_faces(const SurfaceCaller& caller, int32_t boundary_type,
+                        const RegionFaces& faces)
+{
+    const GridCounts& counts = *caller.request->counts;
+    for (int32_t j = 0; j < faces.count; ++j) {
+        const int32_t* const type = take_values(faces.types, 1);
+        if (!type) return false;
+        const int32_t node_count = face_nodes(*type);
+        if (node_count == 0) return print_unknown_type(j, *type);
+        counts.triangles[boundary_type - 1] += node_count == 3;
+        counts.quadrilaterals[boundary_type - 1] += node_count == 4;
+    }
+    return true;
+}
+
+bool take_region_faces(const SurfaceCaller& caller, const FaceUse& use, int32_t boundary_type,
+                       const RegionFaces& faces)
+{
+    if (use.count) return count_faces(caller, boundary_type, faces);
     const uint32_t bias = static_cast<uint32_t>(dataset_state.bias);
     int32_t nodes_left = faces.list_length;
     for (int32_t j = 0; j < faces.count; ++j) {
@@ -111,10 +140,7 @@ bool create_region_faces(const SurfaceCaller& caller, const char* name, int32_t 
         const int32_t* const element = take_values(faces.elements, 1);
         if (!type || !element) return false;
         const int32_t node_count = face_nodes(*type);
-        if (node_count == 0) {
-            print_diagnostic("FLD file error: face %d has unknown type %d\n", j + 1, *type);
-            return false;
-        }
+        if (node_count == 0) return print_unknown_type(j, *type);
         if (node_count > nodes_left) {
             print_diagnostic("FLD file error: node list of %d entries is too short for face %d\n",
                              faces.list_length, j + 1);
@@ -126,8 +152,9 @@ bool create_region_faces(const SurfaceCaller& caller, const char* name, int32_t 
         if (node_count < 3) continue;
         int32_t nodes[4];
         for (int32_t k = 0; k < node_count; ++k) nodes[k] = wrapping_sum(file_nodes[k], 1U - bias);
-        if (!create_face(boundary_type, node_count, nodes)) return false;
-        if (is_wall && !append_wall(caller, wrapping_sum(*element, 0U - bias), nodes, node_count)) {
+        if (use.create && !create_face(boundary_type, node_count, nodes)) return false;
+        if (use.record &&
+            !append_wall(caller, wrapping_sum(*element, 0U - bias), nodes, node_count)) {
             return false;
         }
     }

@@ -3,6 +3,7 @@
 
 #include "readers/cradle/array_windows.h"
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/read_request.h"
 #include "readers/cradle/wall_records.h"
 
 #include <cstdint>
@@ -21,6 +22,8 @@ struct SurfaceCaller {
     int32_t* wall_count;
     ElementWall* walls;
     int32_t wall_capacity;
+
+    const ReadRequest* request;
 };
 
 // One region's faces: how many, how many node entries they may take, and the arrays from which
@@ -38,12 +41,27 @@ struct RegionFaces {
 [[nodiscard]] bool take_region_name(const SurfaceCaller& caller, const char* name,
                                     int32_t* boundary_type);
 
+// What becomes of a region's faces in load mode.
+struct FaceUse {
+    bool create; // in the host
+    bool record; // as walls
+    bool count;
+};
+[[nodiscard]] FaceUse use_of_faces(const SurfaceCaller& caller, const char* name,
+                                   int32_t boundary_type);
+
+// Whether the arrays behind the types are used as well.
+[[nodiscard]] inline bool uses_nodes(const FaceUse& use)
+{
+    return use.create || use.record;
+}
+
 // Adds a region's faces to those of the grid, which the scan counts.
 [[nodiscard]] bool add_faces(const SurfaceCaller& caller, int32_t count);
 
 // One array of the section: opened when its values are wanted, otherwise passed over.
 [[nodiscard]] bool open_face_array(int32_t unit, bool wanted, int32_t count, IntWindow* array);
 
-// Creates the region's faces in the host and records those of a wall.
-[[nodiscard]] bool create_region_faces(const SurfaceCaller& caller, const char* name,
-                                       int32_t boundary_type, const RegionFaces& faces);
+// Creates the region's faces in the host, records them, or counts them.
+[[nodiscard]] bool take_region_faces(const SurfaceCaller& caller, const FaceUse& use,
+                                     int32_t boundary_type, const RegionFaces& faces);

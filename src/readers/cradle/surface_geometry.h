@@ -2,6 +2,7 @@
 #pragma once
 
 #include "readers/cradle/heap_array.h"
+#include "readers/cradle/read_request.h"
 #include "readers/cradle/wall_records.h"
 
 #include <cstdint>
@@ -14,7 +15,8 @@
 using SurfaceGeometryReader = bool(int32_t unit, bool scan_only, int32_t name_capacity,
                                    int32_t* name_count, char* names, int32_t* face_count,
                                    int32_t wall_name_count, const HeapArray<char>* wall_names,
-                                   int32_t* wall_count, ElementWall* walls, int32_t wall_capacity);
+                                   int32_t* wall_count, ElementWall* walls, int32_t wall_capacity,
+                                   const ReadRequest& request);
 
 SurfaceGeometryReader read_fld_surface_geometry;
 SurfaceGeometryReader read_fld_surface_geometry_array;

@@ -89,36 +89,56 @@ struct SharedArrays {
     IntWindow node_list;
 };
 
-static bool read_shared_arrays(int32_t unit, bool wanted, int32_t region_count,
+static bool read_shared_arrays(int32_t unit, const FaceUse& use, int32_t region_count,
                                SharedArrays* shared)
 {
+    const bool all = uses_nodes(use);
     int32_t list_total = 0;
     return read_new_int_array_item(unit, region_count, &shared->face_counts) &&
            sum_counts(shared->face_counts.get(), region_count, &shared->face_total) &&
-           open_face_array(unit, wanted, shared->face_total, &shared->types) &&
-           open_face_array(unit, wanted, shared->face_total, &shared->elements) &&
+           open_face_array(unit, all || use.count, shared->face_total, &shared->types) &&
+           open_face_array(unit, all, shared->face_total, &shared->elements) &&
            read_new_int_array_item(unit, region_count, &shared->list_lengths) &&
            sum_counts(shared->list_lengths.get(), region_count, &list_total) &&
-           open_face_array(unit, wanted, list_total, &shared->node_list);
+           open_face_array(unit, all, list_total, &shared->node_list);
 }
 
-static bool pass_region(const RegionFaces& faces)
+static bool pass_region(const FaceUse& use, const RegionFaces& faces)
 {
-    return pass_values(faces.types, faces.count) && pass_values(faces.elements, faces.count) &&
-           pass_values(faces.node_list, faces.list_length);
+    if (!pass_values(faces.types, faces.count)) return false;
+    return use.count || (pass_values(faces.elements, faces.count) &&
+                         pass_values(faces.node_list, faces.list_length));
+}
+
+// What becomes of the faces of any region.
+static FaceUse use_of_all_faces(const SurfaceCaller& caller, const NameTable& names,
+                                const int32_t* boundary_types)
+{
+    const ReadRequest& request = *caller.request;
+    FaceUse all{request.faces && !request.boundaries && !request.counts, false,
+                request.counts != nullptr};
+    for (int32_t i = 0; i < names.region_count && !(all.create && all.record); ++i) {
+        if (boundary_types[i] == 0) continue; // it has no name
+        const FaceUse use = use_of_faces(caller, name_of_region(names, i), boundary_types[i]);
+        all.create |= use.create;
+        all.record |= use.record;
+    }
+    return all;
 }
 
 // Every region goes on in the shared arrays where the one before it ended.
-static bool create_all_faces(const SurfaceCaller& caller, const NameTable& names,
-                             const int32_t* boundary_types, SharedArrays* shared)
+static bool take_all_faces(const SurfaceCaller& caller, const FaceUse& all, const NameTable& names,
+                           const int32_t* boundary_types, SharedArrays* shared)
 {
     for (int32_t i = 0; i < names.region_count; ++i) {
         const RegionFaces faces{shared->face_counts[i], shared->list_lengths[i], &shared->types,
                                 &shared->elements, &shared->node_list};
         const char* const name = name_of_region(names, i);
-        const bool done = region_name_is_empty(name)
-                              ? pass_region(faces)
-                              : create_region_faces(caller, name, boundary_types[i], faces);
+        FaceUse use{};
+        if (!region_name_is_empty(name)) use = use_of_faces(caller, name, boundary_types[i]);
+        const bool done = uses_nodes(use) || use.count
+                              ? take_region_faces(caller, use, boundary_types[i], faces)
+                              : pass_region(all, faces);
         if (!done) return false;
     }
     return true;
@@ -143,16 +163,21 @@ static bool read_region_table(int32_t unit, const SurfaceCaller& caller)
         }
     }
     if (!take_names(caller, names, boundary_types.get()) || !is_backed) return false;
-    if (!read_shared_arrays(unit, !caller.scan_only, names.region_count, &shared)) return false;
+    FaceUse all{};
+    if (!caller.scan_only) all = use_of_all_faces(caller, names, boundary_types.get());
+    if (!read_shared_arrays(unit, all, names.region_count, &shared)) return false;
     if (caller.scan_only) return add_faces(caller, shared.face_total);
-    return create_all_faces(caller, names, boundary_types.get(), &shared);
+    if (!uses_nodes(all) && !all.count) return true;
+    return take_all_faces(caller, all, names, boundary_types.get(), &shared);
 }
 
 bool read_fld_surface_geometry_array(int32_t unit, bool scan_only, int32_t name_capacity,
                                      int32_t* name_count, char* names, int32_t* face_count,
                                      int32_t wall_name_count, const HeapArray<char>* wall_names,
-                                     int32_t* wall_count, ElementWall* walls, int32_t wall_capacity)
+                                     int32_t* wall_count, ElementWall* walls, int32_t wall_capacity,
+                                     const ReadRequest& request)
 {
     return read_region_table(unit, {scan_only, name_capacity, name_count, names, face_count,
-                                    wall_name_count, wall_names, wall_count, walls, wall_capacity});
+                                    wall_name_count, wall_names, wall_count, walls, wall_capacity,
+                                    &request});
 }

@@ -1,5 +1,6 @@
 #include "readers/cradle/time_series_names_S.h"
 
+#include "readers/cradle/diagnostics.h"
 #include "readers/cradle/series_expression.h"
 #include "ui/util/utf8wrap.h"
 
@@ -113,7 +114,7 @@ static bool equal_ignoring_case(const char* a, const char* b)
 
 static void print_series_error(const char* what, const char* text)
 {
-    (void)fprintf(stderr, "\n***ERROR: %s \"%s\"\n", what, text);
+    print_series_diagnostic("\n***ERROR: %s \"%s\"\n", what, text);
 }
 
 // The names of a series: prefix and extension as they are, a number between them. What stands in
@@ -135,27 +136,37 @@ static bool compile_expression(const SeriesName& name, SeriesExpression* express
 
 // ---- the table ----
 
-// Ends the process when there is no memory for the path: the series could only be shown with a
-// hole in it.
-static void add_file(const char* path, int32_t number, const utf8wrap::FileStatus& status,
+static bool* noted_lack_of_memory;
+
+void note_lack_of_memory(bool* noted)
+{
+    noted_lack_of_memory = noted;
+}
+
+// Without memory for the path the series could only be shown with a hole in it: the process ends,
+// or the search, when whoever linked the reader wants to go on.
+static bool add_file(const char* path, int32_t number, const utf8wrap::FileStatus& status,
                      int32_t* count)
 {
     const size_t size = strlen(path) + 1;
     TimeSeriesEntry& entry = TimeSeriesTable[*count];
     entry.path = heap_array<char>(static_cast<int64_t>(size));
     if (!entry.path) {
-        (void)fprintf(stderr, "ERROR: %s - file \"%s\" line %d\n", "Out of memory",
-                      "src/readers/cradle/time_series_names_S", 519);
-        exit(1);
+        print_series_diagnostic("ERROR: %s - file \"%s\" line %d\n", "Out of memory",
+                                "src/readers/cradle/time_series_names_S", 519);
+        if (!noted_lack_of_memory) exit(1);
+        *noted_lack_of_memory = true;
+        return false;
     }
     memcpy(entry.path.get(), path, size);
     entry.number = number;
     entry.status = status;
     ++*count;
+    return true;
 }
 
 // A listed entry joins the table when it is a regular file of the series; false when the table is
-// full.
+// full or there is no memory.
 static bool take_entry(const SeriesName& given, const SeriesExpression& expression,
                        const char* file_name, int32_t* count)
 {
@@ -166,8 +177,7 @@ static bool take_entry(const SeriesName& given, const SeriesExpression& expressi
     if (!status.is_regular) return true;
     if (!matches_series_expression(expression, file_name)) return true;
     if (*count >= MAX_SERIES_FILES) return false;
-    add_file(path, series_number(file_name, given.form), status, count);
-    return true;
+    return add_file(path, series_number(file_name, given.form), status, count);
 }
 
 // False when the directory cannot be listed.
@@ -185,7 +195,7 @@ static bool list_series(const SeriesName& given, const SeriesExpression& express
     while (more && take_entry(given, expression, entry.name, count)) {
         more = utf8wrap::FindNextFileA(&listing, &entry);
     }
-    return true;
+    return !noted_lack_of_memory || !*noted_lack_of_memory;
 }
 
 static int32_t compare_series_numbers(const TimeSeriesEntry& a, const TimeSeriesEntry& b)

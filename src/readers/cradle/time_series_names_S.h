@@ -21,3 +21,7 @@ extern TimeSeriesEntry TimeSeriesTable[MAX_SERIES_FILES];
 // the row of `name` itself, -1 if it is not there. The table must be empty. Prints on standard
 // error; ends the process with status 1 when the memory for a path cannot be had.
 [[nodiscard]] int32_t time_series_names_S(const char* name, int32_t* index);
+
+// Lets the process go on without that memory: `noted`, which the caller sets to false before, then
+// becomes true and the series has no files. Null: the process ends.
+void note_lack_of_memory(bool* noted);

@@ -55,10 +55,32 @@ static int32_t short_read_status(const RecordStream* stream)
     return stream->read_failed ? NZN_FAILURE : NZN_END_OF_FILE;
 }
 
+static NznGoOn* go_on;
+static void* go_on_context;
+
+void nzn_ask_while_reading(NznGoOn* asked, void* context)
+{
+    go_on = asked;
+    go_on_context = context;
+}
+
+constexpr int64_t ASKED_EVERY = 1 << 20; // bytes
+
 // Reads from the file itself. Returns the number of bytes read.
 static int64_t read_at(RecordStream* stream, int64_t position, void* to, int64_t count)
 {
-    return utf8wrap::read_at(stream->file, position, count, to, &stream->read_failed);
+    const int64_t most = go_on ? ASKED_EVERY : count;
+    for (int64_t got = 0;;) {
+        const int64_t wanted = std::min(most, count - got);
+        const int64_t here = utf8wrap::read_at(stream->file, position + got, wanted,
+                                               static_cast<char*>(to) + got, &stream->read_failed);
+        got += here;
+        if (go_on && !go_on(go_on_context, here)) {
+            stream->read_failed = true;
+            return 0;
+        }
+        if (here < wanted || got == count) return got;
+    }
 }
 
 // How many bytes from the current position on are in the window.

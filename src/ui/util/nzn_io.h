@@ -18,6 +18,14 @@ constexpr int32_t NZN_FAILURE = 5;
 constexpr int32_t NZN_CANNOT_OPEN = 1;
 constexpr int32_t NZN_NOT_UNFORMATTED = 2;
 
+// Asked while files are read, at least once in every 4 MB, whether to go on; `bytes` were read
+// since it was asked last. After a "no" the read at hand fails, as it does when the system's read
+// fails.
+using NznGoOn = bool(void* context, int64_t bytes);
+
+// From now on; null: nobody is asked.
+void nzn_ask_while_reading(NznGoOn* asked, void* context);
+
 // Opens a file by UTF-8 path under a unit number; a file already open under it is closed first.
 // 0 opened; 1 cannot be opened, or 101 units are open; 2 not an unformatted sequential file.
 // Damage behind the first 10 sub-records does not prevent opening; only reading it fails.
