@@ -1,220 +1,30 @@
 #include "dataset.h"
 
+#include "grid.h"
+#include "reader_state.h"
+#include "readers/cradle/linked_reader.h"
+#include "ui/util/utf8wrap.h"
+
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace fld_host
 {
 
-// The unit under which the reader opens the files of the dataset.
+// The unit under which the reader opens the files of a dataset.
 static constexpr int32_t DATASET_UNIT = 20;
 
 static constexpr size_t NAME_ROW = 80;
 
-// ---- the services ----
-
-void CheckedServices::begin_grid(GridSink& sink, int32_t node_count, int32_t boundary_count)
+static std::string grid_name(int grid)
 {
-    sink_ = &sink;
-    node_count_ = static_cast<uint32_t>(node_count);
-    boundary_count_ = boundary_count;
-    cells_ = 0;
-    faces_ = 0;
-    problem_.clear();
+    return "grid " + std::to_string(grid + 1);
 }
 
-std::string CheckedServices::end_grid()
-{
-    sink_ = nullptr;
-    return problem_;
-}
-
-static bool is_node(int32_t number, uint32_t node_count)
-{
-    return static_cast<uint32_t>(number) - 1U < node_count;
-}
-
-// Passed for every cell of a grid: the totals of the shape are known to the compiler.
-template <Shape shape> static bool all_are_nodes(const int32_t* nodes, uint32_t node_count)
-{
-    bool right = true;
-    for (int k = 0; k < shape_nodes[static_cast<int>(shape)]; ++k) {
-        right &= is_node(nodes[k], node_count);
-    }
-    return right;
-}
-
-template <Shape shape> static bool any_flag_set(const int32_t* face_flags)
-{
-    int32_t flags = 0;
-    for (int k = 0; k < shape_faces[static_cast<int>(shape)]; ++k) flags |= face_flags[k];
-    return flags != 0;
-}
-
-static bool all_are_nodes(Shape shape, const int32_t* nodes, uint32_t node_count)
-{
-    switch (shape) {
-    case Shape::tetrahedron: return all_are_nodes<Shape::tetrahedron>(nodes, node_count);
-    case Shape::pyramid: return all_are_nodes<Shape::pyramid>(nodes, node_count);
-    case Shape::prism: return all_are_nodes<Shape::prism>(nodes, node_count);
-    case Shape::hexahedron: return all_are_nodes<Shape::hexahedron>(nodes, node_count);
-    }
-    return false;
-}
-
-static bool any_flag_set(Shape shape, const int32_t* face_flags)
-{
-    switch (shape) {
-    case Shape::tetrahedron: return any_flag_set<Shape::tetrahedron>(face_flags);
-    case Shape::pyramid: return any_flag_set<Shape::pyramid>(face_flags);
-    case Shape::prism: return any_flag_set<Shape::prism>(face_flags);
-    case Shape::hexahedron: return any_flag_set<Shape::hexahedron>(face_flags);
-    }
-    return false;
-}
-
-// The position of the first node number that no node has, -1 when there is none.
-static int first_wrong_node(const int32_t* nodes, int count, uint32_t node_count)
-{
-    for (int k = 0; k < count; ++k) {
-        if (!is_node(nodes[k], node_count)) return k;
-    }
-    return -1;
-}
-
-static std::string wrong_node(const std::string& owner, int32_t node, uint32_t node_count)
-{
-    return owner + " names node " + std::to_string(node) + ", but the grid has " +
-           std::to_string(node_count) + " nodes";
-}
-
-// One bit for each wall face; false when a flag is neither that of a wall nor that of an ordinary
-// face.
-static bool wall_bits(Shape shape, const int32_t* face_flags, uint32_t* walls)
-{
-    *walls = 0;
-    for (int k = 0; k < shape_faces[static_cast<int>(shape)]; ++k) {
-        if (face_flags[k] == WALL_FACE)
-            *walls |= 1U << k;
-        else if (face_flags[k] != 0)
-            return false;
-    }
-    return true;
-}
-
-std::string CheckedServices::cell_problem(Shape shape, const int32_t* nodes) const
-{
-    if (!sink_) return "a cell was created while no grid is read";
-    const std::string cell = "cell " + std::to_string(cells_ + 1);
-    const int wrong = first_wrong_node(nodes, shape_nodes[static_cast<int>(shape)], node_count_);
-    if (wrong >= 0) return wrong_node(cell, nodes[wrong], node_count_);
-    return cell + " has a face flag that is neither 0 nor " + std::to_string(WALL_FACE);
-}
-
-// Exceptions must not pass through the reader, which called: they would leave its files open.
-int CheckedServices::create_cell(Shape shape, const int32_t* face_flags, const int32_t* nodes)
-try {
-    uint32_t walls = 0;
-    if (!sink_ || !all_are_nodes(shape, nodes, node_count_) ||
-        (any_flag_set(shape, face_flags) && !wall_bits(shape, face_flags, &walls))) {
-        if (problem_.empty()) problem_ = cell_problem(shape, nodes);
-        return 0;
-    }
-    ++cells_;
-    sink_->add_cell(shape, walls, nodes);
-    return 1;
-} catch (const std::bad_alloc&) {
-    problem_ = "not enough memory";
-    return 0;
-}
-
-std::string CheckedServices::face_problem(int32_t boundary_type, int32_t vertex_count,
-                                          const int32_t* nodes) const
-{
-    if (!sink_) return "a boundary face was created while no grid is read";
-    const std::string face = "boundary face " + std::to_string(faces_ + 1);
-    if (boundary_type < 1 || boundary_type > boundary_count_) {
-        return face + " is of boundary " + std::to_string(boundary_type) +
-               ", but the dataset has " + std::to_string(boundary_count_);
-    }
-    if (vertex_count != 3 && vertex_count != 4) {
-        return face + " has " + std::to_string(vertex_count) + " vertices";
-    }
-    const int wrong = first_wrong_node(nodes, vertex_count, node_count_);
-    return wrong < 0 ? "" : wrong_node(face, nodes[wrong], node_count_);
-}
-
-int CheckedServices::create_boundary_face(int32_t boundary_type, int32_t vertex_count,
-                                          const int32_t* nodes, int32_t /*constant*/)
-try {
-    const bool right = sink_ && boundary_type >= 1 && boundary_type <= boundary_count_ &&
-                       (vertex_count == 3 || vertex_count == 4) &&
-                       first_wrong_node(nodes, vertex_count, node_count_) < 0;
-    if (!right) {
-        if (problem_.empty()) problem_ = face_problem(boundary_type, vertex_count, nodes);
-        return 1;
-    }
-    ++faces_;
-    sink_->add_boundary_face(boundary_type, vertex_count, nodes);
-    return 0;
-} catch (const std::bad_alloc&) {
-    problem_ = "not enough memory";
-    return 1;
-}
-
-void CheckedServices::set_options(int /*first*/, int /*second*/, unsigned char /*third*/)
-{
-    ++scanned_files;
-}
-
-// ---- the host ----
-
-OnlyOne::OnlyOne(bool& taken, const char* what) : taken_(taken)
-{
-    if (taken) throw std::logic_error(std::string("a process has one ") + what + " at a time");
-    taken = true;
-}
-
-OnlyOne::~OnlyOne()
-{
-    taken_ = false;
-}
-
-static bool host_exists;
-static bool dataset_exists;
-
-Host::Host(const std::string& library_path)
-    : one_(host_exists, "host"), library_(library_path, services_)
-{
-    library_.start();
-    if (readers().empty()) throw std::runtime_error("the library registered no reader");
-}
-
-const std::vector<RegisteredReader>& Host::readers() const
-{
-    return library_.registrations().readers;
-}
-
-const RegisteredReader* Host::find_reader(const std::string& name) const
-{
-    for (const RegisteredReader& reader : readers()) {
-        if (reader.name == name) return &reader;
-    }
-    return nullptr;
-}
-
-std::optional<float> Host::peek_time(const std::string& file) const
-{
-    const PeekTimeCallback peek = library_.registrations().peek_time;
-    if (!peek) return std::nullopt;
-    float time = 0;
-    int32_t error_flag = 1;
-    peek(nullptr, file.c_str(), nullptr, nullptr, &time, &error_flag);
-    return error_flag == 0 ? std::optional(time) : std::nullopt;
-}
-
-// ---- the dataset ----
+// ---- names ----
 
 // A list of names as the reader fills it: rows of 80 bytes, padded with NUL bytes or blanks. A
 // name that fills its row has no NUL.
@@ -244,78 +54,298 @@ private:
     std::vector<char> rows_;
 };
 
-bool Dataset::call_header_callback(const std::string& file, const Capacities& capacities)
+static constexpr std::string_view X_COMPONENT = " (x-component)";
+
+// Whether the rows from `row` on are the components of one vector, by their names.
+static bool is_vector(const std::vector<std::string>& rows, size_t row)
 {
-    NameRows boundaries(capacities.boundaries);
-    NameRows variables(capacities.variables);
-    node_counts_.assign(static_cast<size_t>(std::max(capacities.grids, 1)), 0);
-    int32_t grid_count = 0;
-    int32_t error_flag = 1;
-    reader_.read_header(file.c_str(), nullptr, &DATASET_UNIT, &capacities.grids,
-                        &capacities.boundaries, &capacities.variables, &grid_count,
-                        node_counts_.data(), &boundary_count_, boundaries.data(), nullptr,
-                        &variable_count_, variables.data(), &error_flag);
-    if (error_flag != 0) return false;
-    if (grid_count < 0 || grid_count > capacities.grids || boundary_count_ < 0 ||
-        variable_count_ < 0) {
-        return false;
-    }
-    node_counts_.resize(static_cast<size_t>(grid_count));
-    boundaries_ = boundaries.names(boundary_count_);
-    variables_ = variables.names(variable_count_);
-    return std::all_of(node_counts_.begin(), node_counts_.end(),
-                       [](int32_t node_count) { return node_count >= 0; });
+    if (row + 3 > rows.size()) return false;
+    const size_t at = rows[row].find(X_COMPONENT);
+    if (at == std::string::npos) return false;
+    const std::string start = rows[row].substr(0, at);
+    return rows[row + 1].starts_with(start + " (y-component)") &&
+           rows[row + 2].starts_with(start + " (z-component)");
 }
 
-Dataset::Dataset(Host& host, const RegisteredReader& reader, const std::string& file,
-                 const Capacities& capacities)
-    : one_(dataset_exists, "dataset"), host_(host), reader_(reader)
+// What stands in the parentheses that begin there.
+static std::string in_parentheses(const std::string& text, size_t at)
 {
-    host_.services_.scanned_files = 0;
-    const bool opened = call_header_callback(file, capacities);
-    const int32_t scanned = host_.services_.scanned_files;
-    if (!opened) {
-        close();
-        DatasetError failure("cannot be opened");
-        failure.scanned = scanned > 0;
-        throw failure;
+    const size_t end = text.find(')', at);
+    return end == std::string::npos ? text.substr(at + 1) : text.substr(at + 1, end - at - 1);
+}
+
+// "Velocity (x-component) (VEL); Velocity (VEL)" is one of the rows of "Velocity (VEL)".
+static Variable vector_of(const std::string& row, const std::string& known_key)
+{
+    const size_t at = row.find(X_COMPONENT);
+    const size_t behind = at + X_COMPONENT.size();
+    std::string name = row.substr(0, at);
+    const bool has_key = row.compare(behind, 2, " (") == 0;
+    std::string key = known_key;
+    if (key.empty()) key = has_key ? in_parentheses(row, behind + 1) : name;
+    if (has_key) name += " (" + key + ")";
+    return {name, key, 3, 0};
+}
+
+static Variable scalar_of(const std::string& row, const std::string& known_key)
+{
+    std::string key = known_key;
+    const size_t open = row.rfind(" (");
+    if (key.empty() && row.ends_with(')') && open != std::string::npos) {
+        key = in_parentheses(row, open + 1);
     }
+    return {row, key.empty() ? row : key, 1, 0};
+}
+
+// The key of the section that holds a row, as the linked reader tells it.
+static std::string key_of_row(bool is_linked, size_t row)
+{
+    const std::string section = is_linked ? section_of_variable(static_cast<int32_t>(row)) : "";
+    const size_t colon = section.find(':');
+    return colon == std::string::npos ? "" : section.substr(colon + 1);
+}
+
+static std::vector<Variable> variables_of(const std::vector<std::string>& rows, bool is_linked)
+{
+    std::vector<Variable> variables;
+    for (size_t row = 0; row < rows.size();) {
+        const std::string key = key_of_row(is_linked, row);
+        Variable variable =
+            is_vector(rows, row) ? vector_of(rows[row], key) : scalar_of(rows[row], key);
+        variable.first_row = static_cast<int>(row);
+        row += static_cast<size_t>(variable.components);
+        variables.push_back(std::move(variable));
+    }
+    return variables;
+}
+
+// ---- opening ----
+
+static void check_room(const std::string& file, const char* what, int32_t count, size_t names)
+{
+    if (static_cast<size_t>(count) <= names) return;
+    throw Error(Error::Kind::no_memory, file,
+                "cannot be opened: " + std::to_string(count) + " " + what +
+                    ", but there is room for " + std::to_string(names) + " only");
+}
+
+Contents Dataset::call_header_callback()
+{
+    ReaderState& state = *reader_->state_;
+    const Listening listening(state);
+    NameRows boundaries(capacities_.boundaries);
+    NameRows variables(capacities_.variables);
+    Contents contents;
+    contents.node_counts.assign(static_cast<size_t>(std::max(capacities_.grids, 1)), 0);
+    int32_t grid_count = 0;
+    int32_t boundary_count = 0;
+    int32_t variable_count = 0;
+    int32_t error_flag = 1;
+    state.open_dataset = 0;
+    state.services.scanned_files = 0;
+    state.reader().read_header(file_.c_str(), nullptr, &DATASET_UNIT, &capacities_.grids,
+                               &capacities_.boundaries, &capacities_.variables, &grid_count,
+                               contents.node_counts.data(), &boundary_count, boundaries.data(),
+                               nullptr, &variable_count, variables.data(), &error_flag);
+    if (error_flag != 0) throw listening.failure(file_, "cannot be opened");
+    const auto& counts = contents.node_counts;
+    if (grid_count < 0 || grid_count > capacities_.grids || boundary_count < 0 ||
+        variable_count < 0 ||
+        std::any_of(counts.begin(), counts.begin() + grid_count, [](int32_t n) { return n < 0; })) {
+        throw listening.failure(file_, "cannot be opened", "the reader gives impossible counts");
+    }
+    contents.node_counts.resize(static_cast<size_t>(grid_count));
+    contents.boundaries = boundaries.names(boundary_count);
+    contents.rows = variables.names(variable_count);
+    check_room(file_, "boundaries", boundary_count, contents.boundaries.size());
+    check_room(file_, "variables", variable_count, contents.rows.size());
+    contents.variables = variables_of(contents.rows, state.is_linked);
+    row_count_ = variable_count;
     // A file without a grid of its own is opened together with the file that has it.
-    results_only_ = scanned > 1;
+    contents.results_only = state.services.scanned_files > 1;
+    state.services.scanned_files = 0;
+    grid_files_.assign(static_cast<size_t>(grid_count), "");
+    for (size_t grid = 0; state.is_linked && grid < grid_files_.size(); ++grid) {
+        grid_files_[grid] = file_of_dataset_grid(static_cast<int32_t>(grid) + 1);
+    }
+    if (contents.results_only && grid_count > 0) contents.grid_file = grid_files_[0];
+    state.open_dataset = id_;
+    return contents;
+}
+
+static std::atomic<int64_t> last_id;
+
+Dataset::Dataset(std::shared_ptr<Reader> reader, std::string file, const Capacities& capacities)
+    : reader_(std::move(reader)), file_(std::move(file)), capacities_(capacities), id_(++last_id)
+{
+    const Turn turn(*reader_->state_);
+    contents_ = call_header_callback();
 }
 
 Dataset::~Dataset()
 {
-    close();
-}
-
-void Dataset::close()
-{
-    const CloseCallback close_file = host_.library_.registrations().close_file;
+    if (Turn::is_mine()) return; // inside a sink: the next file that is opened takes its place
+    const Turn turn(*reader_->state_);
+    ReaderState& state = *reader_->state_;
+    if (state.open_dataset != id_) return;
+    state.open_dataset = 0;
+    const CloseCallback close_file = state.library->registrations().close_file;
     if (close_file) close_file();
 }
 
-void Dataset::read_grid(int32_t number, GridSink& sink, NodeData& data)
+static bool is_equal(const Contents& a, const Contents& b)
 {
-    const std::string failure = "grid " + std::to_string(number) + " cannot be read";
-    const int32_t node_count = node_counts_.at(static_cast<size_t>(number) - 1);
-    const auto nodes = static_cast<size_t>(node_count);
-    float* coords = nullptr;
-    float* values = nullptr;
-    try {
-        coords = data.coords.prepare(3 * nodes);
-        values = data.values.prepare(static_cast<size_t>(variable_count_) * nodes);
-    } catch (const std::bad_alloc&) {
-        throw DatasetError(failure, "not enough memory for " + std::to_string(node_count) +
-                                        " nodes with " + std::to_string(variable_count_) +
-                                        " variables");
+    return a.node_counts == b.node_counts && a.boundaries == b.boundaries &&
+           a.results_only == b.results_only && a.rows == b.rows;
+}
+
+// Opens the file again when the reader holds another.
+void Dataset::ensure_open()
+{
+    if (reader_->state_->open_dataset == id_) return;
+    if (is_equal(call_header_callback(), contents_)) return;
+    reader_->state_->open_dataset = 0;
+    throw Error(Error::Kind::changed, file_, "holds something else than when it was opened");
+}
+
+// ---- what is known before a read ----
+
+Wanted Dataset::everything() const
+{
+    Wanted wanted;
+    for (size_t i = 0; i < contents_.boundaries.size(); ++i) {
+        wanted.boundaries.push_back(static_cast<int>(i));
     }
+    for (size_t i = 0; i < contents_.variables.size(); ++i) {
+        wanted.variables.push_back(static_cast<int>(i));
+    }
+    return wanted;
+}
+
+std::optional<GridSize> Dataset::size(int grid)
+{
+    ReaderState& state = *reader_->state_;
+    const Turn turn(state);
+    (void)contents_.node_counts.at(static_cast<size_t>(grid));
+    if (!state.is_linked) return std::nullopt;
+    ensure_open();
+    const Listening listening(state);
+    GridSize size;
+    size.triangles.assign(contents_.boundaries.size(), 0);
+    size.quadrilaterals.assign(contents_.boundaries.size(), 0);
+    GridCounts counts{{}, size.triangles.data(), size.quadrilaterals.data()};
+    if (!count_grid_of_dataset(grid + 1, &counts)) {
+        throw listening.failure(file_, grid_name(grid) + " cannot be read");
+    }
+    std::copy(std::begin(counts.cells), std::end(counts.cells), size.cells.begin());
+    return size;
+}
+
+std::optional<MeshIdentity> Dataset::mesh_identity(int grid)
+{
+    const std::string& file = grid_files_.at(static_cast<size_t>(grid));
+    utf8wrap::FileStatus status{};
+    if (file.empty() || utf8wrap::_stat64(file.c_str(), &status) != 0) return std::nullopt;
+    return MeshIdentity{status.device,       status.file_number, status.size,
+                        status.modified,     status.changed,     grid,
+                        contents_.boundaries};
+}
+
+// ---- reading ----
+
+// A read in hand.
+struct Dataset::Reading {
+    ReaderState& state;
+    GridSink& sink;
+    Listening listening;
+    int32_t node_count;
+    std::vector<bool> boundaries; // which are wanted
+    bool all_boundaries;
+};
+
+void Dataset::read_linked(int grid, const Wanted& wanted, const Buffers& buffers, Reading& reading)
+{
+    std::vector<float*> rows(static_cast<size_t>(row_count_) + 1, nullptr);
+    for (size_t k = 0; k < wanted.variables.size(); ++k) {
+        const Variable& variable = contents_.variables[static_cast<size_t>(wanted.variables[k])];
+        rows[static_cast<size_t>(variable.first_row)] = buffers.variables[k];
+    }
+    const std::unique_ptr<bool[]> chosen(new bool[reading.boundaries.size() + 1]);
+    std::copy(reading.boundaries.begin(), reading.boundaries.end(), chosen.get());
+    const ReadRequest request{.nodes = wanted.nodes,
+                              .cells = wanted.cells,
+                              .wall_flags = wanted.wall_flags,
+                              .faces = !wanted.boundaries.empty(),
+                              .boundaries = reading.all_boundaries ? nullptr : chosen.get(),
+                              .rows = rows.data(),
+                              .row_count = row_count_};
+    reading.listening.ask_about(bytes_to_read(grid + 1, request));
+    const bool done =
+        read_grid_of_dataset(grid + 1, reading.node_count, buffers.nodes, row_count_, request);
+    const std::string problem = reading.state.services.end_grid();
+    if (!done || !problem.empty()) {
+        throw reading.listening.failure(file_, grid_name(grid) + " cannot be read", problem);
+    }
+}
+
+// Everything is read, and what is not wanted dropped.
+void Dataset::read_loaded(int grid, const Wanted& wanted, const Buffers& buffers, Reading& reading)
+{
+    const auto nodes = static_cast<size_t>(reading.node_count);
+    FloatBuffer own_coords;
+    FloatBuffer values;
+    float* const coords = wanted.nodes ? buffers.nodes : own_coords.prepare(3 * nodes);
+    float* const all_values = values.prepare(static_cast<size_t>(row_count_) * nodes);
+    const int32_t number = grid + 1;
     int32_t error_flag = 1;
-    host_.services_.begin_grid(sink, node_count, static_cast<int32_t>(boundaries_.size()));
-    reader_.read_data(&DATASET_UNIT, &number, &node_count, coords, &variable_count_, values,
-                      &error_flag);
-    const std::string problem = host_.services_.end_grid();
-    if (!problem.empty() || error_flag != 0) throw DatasetError(failure, problem);
+    reading.state.reader().read_data(&DATASET_UNIT, &number, &reading.node_count, coords,
+                                     &row_count_, all_values, &error_flag);
+    const std::string problem = reading.state.services.end_grid();
+    if (!problem.empty() || error_flag != 0) {
+        throw reading.listening.failure(file_, grid_name(grid) + " cannot be read", problem);
+    }
+    for (size_t k = 0; k < wanted.variables.size(); ++k) {
+        const Variable& variable = contents_.variables[static_cast<size_t>(wanted.variables[k])];
+        std::copy_n(all_values + static_cast<size_t>(variable.first_row) * nodes,
+                    static_cast<size_t>(variable.components) * nodes, buffers.variables[k]);
+    }
+}
+
+void Dataset::read(int grid, const Wanted& wanted, const Buffers& buffers, GridSink& sink)
+{
+    ReaderState& state = *reader_->state_;
+    const Turn turn(state);
+    const int32_t node_count = contents_.node_counts.at(static_cast<size_t>(grid));
+    if ((wanted.nodes && !buffers.nodes && node_count > 0) ||
+        buffers.variables.size() < wanted.variables.size()) {
+        throw std::invalid_argument("a read has no buffer for what it is to deliver");
+    }
+    for (const int variable : wanted.variables) {
+        (void)contents_.variables.at(static_cast<size_t>(variable));
+    }
+    ensure_open();
+    Reading reading{state,
+                    sink,
+                    Listening(state),
+                    node_count,
+                    std::vector<bool>(contents_.boundaries.size(), false),
+                    true};
+    for (const int boundary : wanted.boundaries) {
+        reading.boundaries.at(static_cast<size_t>(boundary)) = true;
+    }
+    reading.all_boundaries = std::all_of(reading.boundaries.begin(), reading.boundaries.end(),
+                                         [](bool is_wanted) { return is_wanted; });
+    state.services.begin_grid(sink, {wanted.cells, wanted.wall_flags, &reading.boundaries},
+                              node_count, static_cast<int32_t>(contents_.boundaries.size()));
+    try {
+        state.is_linked ? read_linked(grid, wanted, buffers, reading)
+                        : read_loaded(grid, wanted, buffers, reading);
+    } catch (const std::bad_alloc&) {
+        (void)state.services.end_grid();
+        throw Error(Error::Kind::no_memory, file_,
+                    grid_name(grid) + " cannot be read: not enough memory for " +
+                        std::to_string(node_count) + " nodes");
+    }
 }
 
 } // namespace fld_host

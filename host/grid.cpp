@@ -22,7 +22,7 @@ static constexpr uint32_t face_masks[SHAPE_COUNT][6] = {
 
 FaceKey face_key(int32_t vertex_count, const int32_t* nodes)
 {
-    FaceKey key{nodes[0], nodes[1], nodes[2], vertex_count == 4 ? nodes[3] : 0};
+    FaceKey key{nodes[0] + 1, nodes[1] + 1, nodes[2] + 1, vertex_count == 4 ? nodes[3] + 1 : 0};
     std::sort(key.begin(), key.end());
     return key;
 }
@@ -65,39 +65,32 @@ bool FaceSet::contains(const FaceKey& face) const
     return slots_[slot_of(face)] == face;
 }
 
-// ---- the whole grid ----
-
-void GridArrays::add_cell(Shape shape, uint32_t walls, const int32_t* nodes)
-{
-    CellArrays& of_shape = cells[static_cast<size_t>(shape)];
-    of_shape.nodes.insert(of_shape.nodes.end(), nodes,
-                          nodes + shape_nodes[static_cast<int>(shape)]);
-    of_shape.walls.push_back(static_cast<uint8_t>(walls));
-}
-
-void GridArrays::add_boundary_face(int32_t boundary_type, int32_t vertex_count,
-                                   const int32_t* nodes)
-{
-    BoundaryFace face{boundary_type, vertex_count, {}};
-    std::copy_n(nodes, vertex_count, face.nodes.begin());
-    boundary_faces.push_back(face);
-}
-
 // ---- the summary ----
 
-void GridSummary::add_cell(Shape shape, uint32_t walls, const int32_t* nodes)
+template <Shape shape>
+void GridSummary::add_cell(void* summary, uint32_t walls, const int32_t* nodes)
 {
-    ++cells[static_cast<size_t>(shape)];
+    auto* const self = static_cast<GridSummary*>(summary);
+    ++self->cells[static_cast<size_t>(shape)];
     for (; walls != 0; walls &= walls - 1) {
-        flagged_.push_back(cell_face_key(shape, std::countr_zero(walls), nodes));
+        self->flagged_.push_back(cell_face_key(shape, std::countr_zero(walls), nodes));
     }
 }
 
-void GridSummary::add_boundary_face(int32_t boundary_type, int32_t vertex_count,
-                                    const int32_t* nodes)
+void GridSummary::add_face(void* summary, int32_t boundary, int32_t node_count,
+                           const int32_t* nodes)
 {
-    boundary_faces_.push_back(face_key(vertex_count, nodes));
-    boundary_types_.push_back(boundary_type);
+    auto* const self = static_cast<GridSummary*>(summary);
+    self->boundary_faces_.push_back(face_key(node_count, nodes));
+    self->boundaries_.push_back(boundary);
+}
+
+GridSummary::GridSummary()
+    : direct_{this,
+              {add_cell<Shape::tetrahedron>, add_cell<Shape::pyramid>, add_cell<Shape::prism>,
+               add_cell<Shape::hexahedron>},
+              add_face}
+{
 }
 
 std::vector<RegionSummary> GridSummary::regions(size_t boundary_count) const
@@ -105,7 +98,7 @@ std::vector<RegionSummary> GridSummary::regions(size_t boundary_count) const
     std::vector<RegionSummary> regions(boundary_count);
     const FaceSet flagged(flagged_);
     for (size_t face = 0; face < boundary_faces_.size(); ++face) {
-        RegionSummary& region = regions.at(static_cast<size_t>(boundary_types_[face]) - 1);
+        RegionSummary& region = regions.at(static_cast<size_t>(boundaries_[face]));
         const FaceKey& key = boundary_faces_[face];
         ++(key[0] == 0 ? region.triangles : region.quadrilaterals);
         if (flagged.contains(key)) ++region.flagged;

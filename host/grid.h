@@ -1,7 +1,7 @@
-// Collecting the cells and boundary faces of a grid: whole, or only what a summary needs.
+// What a summary of a grid needs of its cells, boundary faces and values.
 #pragma once
 
-#include "reader_library.h"
+#include "grid_sink.h"
 
 #include <array>
 #include <cstddef>
@@ -13,23 +13,10 @@
 namespace fld_host
 {
 
-// Takes what the reader creates while it reads a grid. Everything that arrives here is checked:
-// node numbers lie in 1..node count, boundary types in 1..boundary count.
-class GridSink
-{
-public:
-    virtual ~GridSink() = default;
-    // Bit k of `walls` is set when face k of the cell lies on a wall.
-    virtual void add_cell(Shape shape, uint32_t walls, const int32_t* nodes) = 0;
-    // `vertex_count` is 3 or 4.
-    virtual void add_boundary_face(int32_t boundary_type, int32_t vertex_count,
-                                   const int32_t* nodes) = 0;
-};
-
 // ---- faces ----
 
-// The node numbers of a face in ascending order; a triangle has a 0 in front. Two faces coincide
-// when their keys are equal.
+// The node numbers of a face in ascending order, one more than they are; a triangle has a 0 in
+// front. Two faces coincide when their keys are equal.
 using FaceKey = std::array<int32_t, 4>;
 
 FaceKey face_key(int32_t vertex_count, const int32_t* nodes);
@@ -51,30 +38,6 @@ private:
     std::vector<FaceKey> slots_; // a power of two; a slot of zeros is free
 };
 
-// ---- the whole grid ----
-
-struct CellArrays {
-    std::vector<int32_t> nodes; // 1-based, in the host's order, cell after cell
-    std::vector<uint8_t> walls; // one entry per cell, bit k for face k
-};
-
-struct BoundaryFace {
-    int32_t boundary_type; // 1-based position among the boundary names
-    int32_t vertex_count;
-    std::array<int32_t, 4> nodes; // the fourth of a triangle is 0
-};
-
-class GridArrays : public GridSink
-{
-public:
-    std::array<CellArrays, SHAPE_COUNT> cells; // by shape
-    std::vector<BoundaryFace> boundary_faces;  // in the order in which they were created
-
-    void add_cell(Shape shape, uint32_t walls, const int32_t* nodes) override;
-    void add_boundary_face(int32_t boundary_type, int32_t vertex_count,
-                           const int32_t* nodes) override;
-};
-
 // ---- the summary ----
 
 struct RegionSummary {
@@ -88,20 +51,27 @@ struct RegionSummary {
 class GridSummary : public GridSink
 {
 public:
+    GridSummary();
+    GridSummary(const GridSummary&) = delete;
+    GridSummary& operator=(const GridSummary&) = delete;
+
     std::array<int64_t, SHAPE_COUNT> cells{}; // by shape
 
-    void add_cell(Shape shape, uint32_t walls, const int32_t* nodes) override;
-    void add_boundary_face(int32_t boundary_type, int32_t vertex_count,
-                           const int32_t* nodes) override;
+    const DirectSink* direct() override { return &direct_; }
 
     [[nodiscard]] int64_t flagged_faces() const { return static_cast<int64_t>(flagged_.size()); }
     // One entry for each of the `boundary_count` boundary names.
     [[nodiscard]] std::vector<RegionSummary> regions(size_t boundary_count) const;
 
 private:
+    template <Shape shape>
+    static void add_cell(void* summary, uint32_t walls, const int32_t* nodes);
+    static void add_face(void* summary, int32_t boundary, int32_t node_count, const int32_t* nodes);
+
+    DirectSink direct_;
     std::vector<FaceKey> flagged_; // faces of cells
     std::vector<FaceKey> boundary_faces_;
-    std::vector<int32_t> boundary_types_; // of the boundary faces
+    std::vector<int32_t> boundaries_; // of the boundary faces
 };
 
 // ---- values at the nodes ----

@@ -101,43 +101,45 @@ static constexpr const char* names[] = {"ftn_zn_register_data_reader",
                                         "ftn_set_cartesian_grid_flag"};
 static constexpr size_t SERVICE_COUNT = std::size(names);
 
-// The one set of services of this process, and what was registered with it.
+// Whose reader is called. Without one the services refuse.
 static Services* current_services;
-static Registrations current_registrations;
+static Registrations* current_registrations;
 
 static int zn_register_data_reader(const char* name, int /*unused*/, int /*unused*/,
                                    HeaderCallback read_header, DataCallback read_data,
                                    void* /*unused*/, void* /*unused*/, void* /*unused*/,
                                    void* /*unused*/)
 {
+    if (!current_services) return 1;
     const int refused = current_services->register_reader(name);
-    if (refused == 0) current_registrations.readers.push_back({name, read_header, read_data});
+    if (refused == 0) current_registrations->readers.push_back({name, read_header, read_data});
     return refused;
 }
 
 static void register_user_close_file(CloseCallback close_file)
 {
-    current_registrations.close_file = close_file;
+    if (current_registrations) current_registrations->close_file = close_file;
 }
 
 static void register_user_peek_time(PeekTimeCallback peek_time)
 {
-    current_registrations.peek_time = peek_time;
+    if (current_registrations) current_registrations->peek_time = peek_time;
 }
 
 static void reader_set_options(int first, int second, unsigned char third)
 {
-    current_services->set_options(first, second, third);
+    if (current_services) current_services->set_options(first, second, third);
 }
 
 template <Shape shape> static int create_cell(const int32_t* face_flags, const int32_t* nodes)
 {
-    return current_services->create_cell(shape, face_flags, nodes);
+    return current_services ? current_services->create_cell(shape, face_flags, nodes) : 0;
 }
 
 static int create_boundary_face(int32_t boundary_type, int32_t vertex_count, const int32_t* nodes,
                                 int32_t constant)
 {
+    if (!current_services) return 1;
     return current_services->create_boundary_face(boundary_type, vertex_count, nodes, constant);
 }
 
@@ -186,36 +188,49 @@ const std::vector<const char*>& service_names()
 
 // ---- the library ----
 
+ReaderLibrary::ReaderLibrary(const ReaderExports& exports, Services& services)
+    : exports_(exports), services_(services)
+{
+    make_current();
+}
+
 ReaderLibrary::ReaderLibrary(const std::string& path, Services& services)
-    : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL))
+    : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), services_(services)
 {
     if (!handle_) throw std::runtime_error(std::string("cannot load the reader: ") + dlerror());
-    set_func_ = reinterpret_cast<decltype(set_func_)>(dlsym(handle_, "reader_set_func"));
-    get_func_ = reinterpret_cast<decltype(get_func_)>(dlsym(handle_, "reader_get_func"));
-    if (!set_func_ || !get_func_) {
+    exports_ = {reinterpret_cast<decltype(exports_.set_func)>(dlsym(handle_, "reader_set_func")),
+                reinterpret_cast<decltype(exports_.get_func)>(dlsym(handle_, "reader_get_func"))};
+    if (!exports_.set_func || !exports_.get_func) {
         dlclose(handle_);
         throw std::runtime_error(path + " is not a reader: it lacks reader_set_func or "
                                         "reader_get_func");
     }
-    current_services = &services;
-    current_registrations = {};
+    make_current();
 }
 
 ReaderLibrary::~ReaderLibrary()
 {
-    current_registrations = {};
-    current_services = nullptr;
-    dlclose(handle_);
+    if (current_registrations == &registrations_) {
+        current_registrations = nullptr;
+        current_services = nullptr;
+    }
+    if (handle_) dlclose(handle_);
+}
+
+void ReaderLibrary::make_current()
+{
+    current_services = &services_;
+    current_registrations = &registrations_;
 }
 
 int ReaderLibrary::set_func(void* entry_point, const char* service_name) const
 {
-    return set_func_(entry_point, service_name);
+    return exports_.set_func(entry_point, service_name);
 }
 
 int ReaderLibrary::get_func(void** slot, const char* function_name) const
 {
-    return get_func_(slot, function_name);
+    return exports_.get_func(slot, function_name);
 }
 
 int ReaderLibrary::hand_over_services(const char* left_out) const
@@ -241,7 +256,7 @@ void ReaderLibrary::start() const
 
 const Registrations& ReaderLibrary::registrations() const
 {
-    return current_registrations;
+    return registrations_;
 }
 
 } // namespace fld_host

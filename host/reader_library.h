@@ -1,8 +1,8 @@
 // The host's side of the plug-in boundary: loading a reader library, handing it the 86 services
 // and taking its registrations.
 //
-// Service callbacks carry no context argument, so a process has one set of services and holds one
-// dataset at a time: everything here is process-wide by nature, and used from one thread.
+// Service callbacks carry no context argument: whoever calls a reader says before whose services
+// its calls are for. So one thread at a time calls readers, all readers of a process together.
 #pragma once
 
 #include <cstdint>
@@ -74,16 +74,28 @@ struct Registrations {
 // The names of the 86 services, in the order in which they are handed over.
 const std::vector<const char*>& service_names();
 
-// A loaded reader library; unloaded when it goes out of scope. One at a time.
+// The two exports of a reader.
+struct ReaderExports {
+    int (*set_func)(void* entry_point, const char* service_name);
+    int (*get_func)(void** slot, const char* function_name);
+};
+
+// A reader library, unloaded when it goes out of scope.
 class ReaderLibrary
 {
 public:
+    // One that is linked in, and its services, which must outlive the object.
+    ReaderLibrary(const ReaderExports& exports, Services& services);
     // Throws std::runtime_error, with one clear line, when the library or one of its two exports
     // cannot be had. `services` must outlive the object.
     ReaderLibrary(const std::string& path, Services& services);
     ~ReaderLibrary();
     ReaderLibrary(const ReaderLibrary&) = delete;
     ReaderLibrary& operator=(const ReaderLibrary&) = delete;
+
+    // From now on what readers call goes to the services of this one. So it is when the object is
+    // made; calls that come when the services' library is gone are refused.
+    void make_current();
 
     // The two exports, called as they are.
     int set_func(void* entry_point, const char* service_name) const;
@@ -99,9 +111,10 @@ public:
     [[nodiscard]] const Registrations& registrations() const;
 
 private:
-    void* handle_;
-    int (*set_func_)(void*, const char*);
-    int (*get_func_)(void**, const char*);
+    void* handle_ = nullptr; // of a loaded one
+    ReaderExports exports_{};
+    Services& services_;
+    Registrations registrations_;
 };
 
 } // namespace fld_host

@@ -1,6 +1,6 @@
 #include "record_walk.h"
 
-#include "output.h"
+#include "text.h"
 
 #include <algorithm>
 #include <array>

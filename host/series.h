@@ -2,7 +2,10 @@
 // digits at the end of the base name (flow0012.fld) or the whole extension (case.0005).
 #pragma once
 
+#include "reader.h"
+
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,13 +26,21 @@ struct SeriesName {
 std::optional<SeriesName> split_series_name(const std::string& path);
 
 struct SeriesFile {
-    std::string path;   // the directory as it was given, and the name as listed
-    std::string number; // without leading zeros; any number of digits
+    std::string path;                    // the directory as it was given, and the name as listed
+    std::string number;                  // without leading zeros; any number of digits
+    std::optional<float> time = {};      // none: it cannot be read
+    std::optional<bool> holds_grid = {}; // of its own; none: it cannot be read
 };
 
-// The regular files of the series of `name`, in the order of their numbers. Throws
-// std::filesystem::filesystem_error when the directory cannot be listed.
+// The regular files of the series of `name`, in the order of their numbers, without a look into
+// them. Throws std::filesystem::filesystem_error when the directory cannot be listed.
 std::vector<SeriesFile> list_series(const SeriesName& name);
+
+// Finds a file's time, and whether it holds a grid.
+void look_into(const std::shared_ptr<Reader>& reader, SeriesFile& file);
+
+// The series of a file with all that is known of each; none when the name has no number.
+std::vector<SeriesFile> series_of(const std::shared_ptr<Reader>& reader, const std::string& file);
 
 // Numbers that a series would have if it went on in the steps that most of it is made in.
 struct MissingNumbers {

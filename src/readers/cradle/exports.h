@@ -1,7 +1,9 @@
 // The two functions that leave the library. Strings are NUL-terminated 8-bit text.
 #pragma once
 
-#ifdef _WIN32
+#ifdef FLD_LINKED // into a module that has exports of its own
+#define FLD_EXPORT extern "C"
+#elif defined(_WIN32)
 #define FLD_EXPORT extern "C" __declspec(dllexport)
 #else
 #define FLD_EXPORT extern "C" __attribute__((visibility("default")))

@@ -5,6 +5,7 @@
 #include "readers/cradle/diagnostics.h"
 #include "readers/cradle/grid_read.h"
 #include "readers/cradle/time_series_names_S.h"
+#include "readers/cradle/time_steps.h"
 #include "readers/cradle/variables.h"
 #include "ui/util/nzn_io.h"
 #include "ui/util/utf8wrap.h"
@@ -41,6 +42,19 @@ bool count_grid_of_dataset(int32_t grid_number, GridCounts* counts)
     float* const no_row = nullptr;
     request.rows = &no_row;
     return read_grid_of_dataset(grid_number, 0, nullptr, 0, request);
+}
+
+bool look_for_grid(const char* path, bool* holds_grid)
+{
+    const FirstGrid found = look_at_first_grid(path);
+    *holds_grid = found == FirstGrid::complete;
+    return found != FirstGrid::unknown;
+}
+
+const char* section_of_variable(int32_t row)
+{
+    const bool is_there = row >= 0 && row < dataset_state.variable_section_count;
+    return is_there ? dataset_state.variable_sections[row].name : "";
 }
 
 const char* file_of_dataset_grid(int32_t grid_number)

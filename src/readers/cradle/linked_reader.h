@@ -34,5 +34,12 @@ void set_reader_hooks(const ReaderHooks& hooks);
 // About how many bytes of the files such a read takes in: those of the sections that it looks into.
 [[nodiscard]] int64_t bytes_to_read(int32_t grid_number, const ReadRequest& request);
 
+// Whether a file holds a grid of its own, whatever dataset is open; false when it cannot be told.
+[[nodiscard]] bool look_for_grid(const char* path, bool* holds_grid);
+
+// The name of the section that holds a variable of the open dataset; empty for a vector's second
+// and third row, and for what no section holds.
+[[nodiscard]] const char* section_of_variable(int32_t row);
+
 // The file that holds the nodes, cells and faces of a grid of the open dataset.
 [[nodiscard]] const char* file_of_dataset_grid(int32_t grid_number);

@@ -50,13 +50,6 @@ void fld_peek_time(void* /*unused*/, const char* name, void* /*unused*/, void* /
     *error_flag = 0;
 }
 
-// What the first grid of a file shows when its sections are walked.
-enum class FirstGrid {
-    complete, // it has nodes and elements
-    lacking,  // it was walked to its end, or to that of the file, and does not have both
-    unknown   // the walk stopped before, or something was printed
-};
-
 // Walks the first grid of the open file.
 static FirstGrid walk_first_grid()
 {
@@ -73,7 +66,7 @@ static FirstGrid walk_first_grid()
     return nzn_file_ended(TIME_STEP_UNIT) ? FirstGrid::lacking : FirstGrid::unknown;
 }
 
-static FirstGrid look_at_first_grid(const char* name)
+FirstGrid look_at_first_grid(const char* name)
 {
     if (!open_time_step_file(name)) return FirstGrid::unknown;
     float time = 0;

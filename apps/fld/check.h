@@ -13,7 +13,7 @@ namespace fld_host
 // Reports on the files on `out`, as text or as a JSON array with one object per file. A file is
 // whole when its records lead to its end and the reader reads all its grids; results without their
 // grid file are whole too. False when a file is not.
-bool run_check(Host& host, const RegisteredReader& reader, const std::vector<std::string>& files,
+bool run_check(const std::shared_ptr<Reader>& reader, const std::vector<std::string>& files,
                bool json, FILE* out);
 
 } // namespace fld_host

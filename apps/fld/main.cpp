@@ -6,7 +6,6 @@
 #include "series_command.h"
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <iostream>
 
 using namespace fld_host;
@@ -28,7 +27,7 @@ static void add_common_options(CLI::App& command, Options& options)
     command.add_option("--reader", options.reader,
                        "The reader to use, by its name, such as \"SC/Tetra [Direct Reader]\"");
     command.add_option("--library", options.library,
-                       "The reader library (default: fld_reader.so beside this program)");
+                       "A reader library to use in place of the reader in this program");
 }
 
 static void add_files_command(CLI::App& app, const char* name, const char* description,
@@ -39,32 +38,23 @@ static void add_files_command(CLI::App& app, const char* name, const char* descr
     add_common_options(*command, options);
 }
 
-// Beside the program, wherever it was started from, or where it is installed.
-static std::string default_library()
-{
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    const auto beside = folder / "fld_reader.so";
-    if (std::filesystem::exists(beside)) return beside;
-    return folder / FLD_LIBRARY_FROM_PROGRAM / "fld_reader.so";
-}
-
 static int run(const CLI::App& command, const Options& options, FILE* out)
 {
-    Host host(options.library.empty() ? default_library() : options.library);
-    const RegisteredReader* reader =
-        options.reader.empty() ? host.readers().data() : host.find_reader(options.reader);
-    if (!reader) {
-        std::string names;
-        for (const RegisteredReader& known : host.readers()) {
-            names += (names.empty() ? "\"" : ", \"") + known.name + '"';
+    const std::shared_ptr<Reader> reader =
+        options.library.empty() ? Reader::linked() : Reader::load(options.library);
+    if (!options.reader.empty()) {
+        try {
+            reader->choose(options.reader);
+        } catch (const Error& failure) {
+            complain(failure.what());
+            return WRONG_USAGE;
         }
-        report(options.reader, "no such reader; there are " + names);
-        return WRONG_USAGE;
     }
-    const auto run_command = command.get_name() == "info" ? run_info : run_check;
-    const bool done = command.get_name() == "series"
-                          ? run_series(host, *reader, options.series_file, options.json, out)
-                          : run_command(host, *reader, options.files, options.json, out);
+    const std::string name = options.reader.empty() ? reader->names().front() : options.reader;
+    const std::string& what = command.get_name();
+    const bool done = what == "series" ? run_series(reader, options.series_file, options.json, out)
+                      : what == "info" ? run_info(reader, name, options.files, options.json, out)
+                                       : run_check(reader, options.files, options.json, out);
     return done ? 0 : FAILURE;
 }
 

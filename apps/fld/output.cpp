@@ -1,7 +1,6 @@
 #include "output.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <sys/ioctl.h>
@@ -14,8 +13,6 @@ namespace fld_host
 
 // ---- standard output and standard error ----
 
-static bool library_is_mute;
-static size_t message_count;
 static std::string library_text;
 static constexpr size_t KEPT_TEXT = 2000;
 static bool progress_is_shown;
@@ -35,8 +32,6 @@ static std::string printable_lines(std::string_view text)
 // Where the C library hands over what the reader has printed.
 static ssize_t take_library_message(void* /*cookie*/, const char* text, size_t size)
 {
-    if (library_is_mute) return static_cast<ssize_t>(size);
-    ++message_count;
     clear_progress();
     const std::string lines = printable_lines({text, size});
     library_text += lines;
@@ -64,10 +59,12 @@ FILE* claim_standard_output()
     return stream;
 }
 
-size_t library_messages()
+void pass_on(const std::string& messages)
 {
-    (void)fflush(stdout);
-    return message_count;
+    if (messages.empty()) return;
+    clear_progress();
+    const std::string lines = printable_lines(messages);
+    (void)fwrite(lines.data(), 1, lines.size(), stderr);
 }
 
 std::string take_library_text()
@@ -76,24 +73,17 @@ std::string take_library_text()
     return std::exchange(library_text, {});
 }
 
-MuteLibrary::MuteLibrary()
+void complain(const std::string& what)
 {
     (void)fflush(stdout);
-    library_is_mute = true;
-}
-
-MuteLibrary::~MuteLibrary()
-{
-    (void)fflush(stdout);
-    library_is_mute = false;
+    clear_progress();
+    const std::string line = "fld: " + printable(what) + '\n';
+    (void)fputs(line.c_str(), stderr);
 }
 
 void report(const std::string& subject, const std::string& what)
 {
-    (void)fflush(stdout);
-    clear_progress();
-    const std::string line = "fld: " + printable(subject) + ": " + printable(what) + '\n';
-    (void)fputs(line.c_str(), stderr);
+    complain(subject + ": " + what);
 }
 
 // ---- progress ----
@@ -124,69 +114,7 @@ void clear_progress()
     progress_is_shown = false;
 }
 
-// ---- text ----
-
-static bool is_continuation(char byte)
-{
-    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-}
-
-// The bytes of the printable character that `text` begins with, 0 when it begins with none.
-static size_t printable_length(std::string_view text)
-{
-    const auto first = static_cast<unsigned char>(text[0]);
-    if (first >= 0x20 && first < 0x7F) return 1;
-    const size_t length = first >= 0xC2 && first < 0xE0   ? 2
-                          : first >= 0xE0 && first < 0xF0 ? 3
-                          : first >= 0xF0 && first < 0xF5 ? 4
-                                                          : 0;
-    if (length == 0 || text.size() < length) return 0;
-    if (!std::all_of(text.begin() + 1, text.begin() + static_cast<ptrdiff_t>(length),
-                     is_continuation)) {
-        return 0;
-    }
-    // U+0080 to U+009F are control characters.
-    const auto second = static_cast<unsigned char>(text[1]);
-    return first == 0xC2 && second < 0xA0 ? 0 : length;
-}
-
-std::string printable(std::string_view text)
-{
-    std::string result;
-    while (!text.empty()) {
-        const size_t length = printable_length(text);
-        if (length == 0)
-            result += '?';
-        else
-            result += text.substr(0, length);
-        text.remove_prefix(std::max<size_t>(length, 1));
-    }
-    return result;
-}
-
-size_t display_width(std::string_view text)
-{
-    return text.size() -
-           static_cast<size_t>(std::count_if(text.begin(), text.end(), is_continuation));
-}
-
-std::string grouped(long long number)
-{
-    std::string text = std::to_string(number);
-    const size_t first_digit = number < 0 ? 1 : 0;
-    for (size_t at = text.size(); at > first_digit + 3;) {
-        at -= 3;
-        text.insert(at, 1, ',');
-    }
-    return text;
-}
-
-std::string real_text(float value)
-{
-    std::array<char, 32> text{};
-    (void)snprintf(text.data(), text.size(), "%.6g", static_cast<double>(value));
-    return text.data();
-}
+// ---- tables ----
 
 void Table::print(FILE* out, const char* indent) const
 {

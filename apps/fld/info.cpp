@@ -1,10 +1,12 @@
 #include "info.h"
 
+#include "grid.h"
 #include "json_output.h"
 #include "output.h"
 
 #include <array>
 #include <filesystem>
+#include <new>
 #include <optional>
 
 namespace fld_host
@@ -49,95 +51,115 @@ static int64_t delivered_bytes(const GridInfo& grid, int32_t variable_count)
     return 4 * words;
 }
 
-// `data` keeps its memory from grid to grid. Throws DatasetError.
-static GridInfo read_grid_info(Dataset& dataset, int32_t number, NodeData& data)
+// Shows how far a read is.
+class ShownSummary : public GridSummary
 {
-    GridInfo info;
-    info.number = number;
-    info.node_count = dataset.node_counts()[static_cast<size_t>(number) - 1];
-    GridSummary summary;
-    dataset.read_grid(number, summary, data);
+public:
+    explicit ShownSummary(std::string what) : what_(std::move(what)) { show_progress(what_); }
+    bool go_on(int64_t done, int64_t all) override
+    {
+        const int64_t percent = all > 0 ? 100 * done / all : 0;
+        if (percent != percent_) show_progress(what_ + ", " + std::to_string(percent) + " %");
+        percent_ = percent;
+        return true;
+    }
+
+private:
+    std::string what_;
+    int64_t percent_ = 0;
+};
+
+// What a grid has at its nodes; keeps its memory for the next grid.
+struct NodeData {
+    FloatBuffer coords;
+    FloatBuffer values;
+};
+
+static Buffers prepare(const Contents& contents, size_t nodes, NodeData& data)
+{
+    Buffers buffers{data.coords.prepare(3 * nodes), {}};
+    float* const values = data.values.prepare(contents.rows.size() * nodes);
+    for (const Variable& variable : contents.variables) {
+        buffers.variables.push_back(values + static_cast<size_t>(variable.first_row) * nodes);
+    }
+    return buffers;
+}
+
+// Throws Error.
+static void read_grid_info(Dataset& dataset, ShownSummary& summary, NodeData& data, GridInfo& info)
+{
+    const Contents& contents = dataset.contents();
+    const int grid = info.number - 1;
+    info.node_count = contents.node_counts[static_cast<size_t>(grid)];
     const auto nodes = static_cast<size_t>(info.node_count);
+    dataset.read(grid, dataset.everything(), prepare(contents, nodes, data), summary);
     for (size_t axis = 0; axis < 3; ++axis) {
         info.box[axis] = value_range(data.coords.data() + axis * nodes, nodes);
     }
     info.cells = summary.cells;
     info.flagged_faces = summary.flagged_faces();
-    info.regions = summary.regions(dataset.boundary_names().size());
-    for (size_t variable = 0; variable < dataset.variable_names().size(); ++variable) {
-        info.variables.push_back(value_range(data.values.data() + variable * nodes, nodes));
+    info.regions = summary.regions(contents.boundaries.size());
+    for (size_t row = 0; row < contents.rows.size(); ++row) {
+        info.variables.push_back(value_range(data.values.data() + row * nodes, nodes));
     }
-    return info;
-}
-
-// The failure in one line. A reader that is silent about it has found the file not to go on as it
-// began.
-static std::string failure_text(const DatasetError& failure, size_t messages_before)
-{
-    std::string text = failure.what();
-    if (failure.has_reason() || library_messages() > messages_before) return text;
-    return text + ": the reader gave no reason, the file may be cut short or damaged";
 }
 
 static void read_grids(Dataset& dataset, const std::string& name, FileInfo& info)
 {
     NodeData data;
-    const auto count = static_cast<int32_t>(dataset.node_counts().size());
-    for (int32_t number = 1; number <= count; ++number) {
-        show_progress("reading " + name + ": grid " + std::to_string(number) + " of " +
-                      std::to_string(count));
-        const size_t messages = library_messages();
+    const size_t count = dataset.contents().node_counts.size();
+    for (size_t i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i + 1);
+        ShownSummary summary("reading " + name + ": grid " + number + " of " +
+                             std::to_string(count));
+        GridInfo& grid = info.grids.emplace_back();
+        grid.number = static_cast<int32_t>(i) + 1;
+        std::string error;
         try {
-            info.grids.push_back(read_grid_info(dataset, number, data));
-            info.delivered_bytes += delivered_bytes(info.grids.back(), dataset.variable_count());
-        } catch (const DatasetError& failure) {
-            GridInfo& grid = info.grids.emplace_back();
-            grid.number = number;
-            grid.error = failure_text(failure, messages);
-            info.errors.push_back(grid.error);
-            report(info.file, grid.error);
+            read_grid_info(dataset, summary, data, grid);
+            info.delivered_bytes +=
+                delivered_bytes(grid, static_cast<int32_t>(info.variable_names.size()));
+        } catch (const Error& failure) {
+            error = failure.what();
+        } catch (const std::bad_alloc&) {
+            error = info.file + ": grid " + number + " cannot be read: not enough memory for " +
+                    std::to_string(grid.node_count) + " nodes";
         }
+        if (error.empty()) continue;
+        grid.error = error;
+        info.errors.push_back(error);
     }
 }
 
-// Names that the reader counted but had no room for are not in the list; that must not pass for
-// the whole truth.
-static void check_name_count(const char* what, int32_t count, size_t names, FileInfo& info)
-{
-    if (static_cast<size_t>(count) <= names) return;
-    info.errors.push_back("the reader found " + grouped(count) + ' ' + what +
-                          ", but the list has room for " + grouped(static_cast<long long>(names)) +
-                          " only");
-    report(info.file, info.errors.back());
-}
-
-static FileInfo read_file_info(Host& host, const RegisteredReader& reader, const std::string& file)
+static FileInfo read_file_info(const std::shared_ptr<Reader>& reader,
+                               const std::string& reader_name, const std::string& file)
 {
     FileInfo info;
     info.file = file;
-    info.reader = reader.name;
+    info.reader = reader_name;
     std::error_code failed;
     const uintmax_t bytes = std::filesystem::file_size(file, failed);
     if (!failed) info.bytes = bytes;
     const std::string name = std::filesystem::path(file).filename().string();
     show_progress("reading " + name + ": looking for grids");
-    const size_t messages = library_messages();
     try {
-        Dataset dataset(host, reader, file);
-        info.time = host.peek_time(file);
-        info.results_only = dataset.results_only();
-        info.boundary_names = dataset.boundary_names();
-        info.variable_names = dataset.variable_names();
-        check_name_count("boundary regions", dataset.boundary_count(), info.boundary_names.size(),
-                         info);
-        check_name_count("variables", dataset.variable_count(), info.variable_names.size(), info);
+        Dataset dataset(reader, file);
+        info.results_only = dataset.contents().results_only;
+        info.boundary_names = dataset.contents().boundaries;
+        info.variable_names = dataset.contents().rows;
+        try {
+            info.time = reader->time(file);
+        } catch (const Error&) {
+            // It is shown as unknown.
+        }
         read_grids(dataset, name, info);
-    } catch (const DatasetError& failure) {
-        info.errors.push_back(failure_text(failure, messages));
-        report(file, info.errors.back());
+    } catch (const Error& failure) {
+        info.errors.emplace_back(failure.what());
     }
     (void)fflush(stdout);
     clear_progress();
+    pass_on(reader->take_messages());
+    for (const std::string& error : info.errors) complain(error);
     return info;
 }
 
@@ -305,14 +327,14 @@ static nlohmann::json file_json(const FileInfo& info)
     return result;
 }
 
-bool run_info(Host& host, const RegisteredReader& reader, const std::vector<std::string>& files,
-              bool json, FILE* out)
+bool run_info(const std::shared_ptr<Reader>& reader, const std::string& reader_name,
+              const std::vector<std::string>& files, bool json, FILE* out)
 {
     bool all_read = true;
     bool printed = false;
     nlohmann::json results = nlohmann::json::array();
     for (const std::string& file : files) {
-        const FileInfo info = read_file_info(host, reader, file);
+        const FileInfo info = read_file_info(reader, reader_name, file);
         all_read = all_read && info.errors.empty();
         if (json) {
             results.push_back(file_json(info));

@@ -1,11 +1,13 @@
 #include "check.h"
 
+#include "grid.h"
 #include "json_output.h"
 #include "output.h"
 #include "record_walk.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 #include <sstream>
 
 namespace fld_host
@@ -28,15 +30,14 @@ struct FileCheck {
 class PassedOver : public GridSink
 {
 public:
-    void add_cell(Shape /*shape*/, uint32_t /*walls*/, const int32_t* /*nodes*/) override {}
-    void add_boundary_face(int32_t /*boundary_type*/, int32_t /*vertex_count*/,
-                           const int32_t* /*nodes*/) override
-    {
-    }
+    const DirectSink* direct() override { return &nothing_; }
+
+private:
+    DirectSink nothing_;
 };
 
-// The failure with the reader's own last words.
-static std::string reader_error(const DatasetError& failure)
+// The failure with a loaded reader's own last words.
+static std::string reader_error(const Error& failure)
 {
     constexpr size_t most_lines = 3;
     std::vector<std::string> lines;
@@ -49,29 +50,38 @@ static std::string reader_error(const DatasetError& failure)
     std::string error = failure.what();
     for (const std::string& line : lines)
         error += &line == lines.data() ? ": " + line : " / " + line;
-    if (lines.empty() && !failure.has_reason()) error += ": the reader gives no reason";
     return error;
 }
 
 static void read_all_grids(Dataset& dataset, const std::string& name, FileCheck& check)
 {
-    NodeData data;
+    FloatBuffer coords;
+    FloatBuffer values;
     PassedOver sink;
-    const auto count = static_cast<int32_t>(dataset.node_counts().size());
-    for (int32_t number = 1; number <= count; ++number) {
-        show_progress("checking " + name + ": reading grid " + std::to_string(number) + " of " +
-                      std::to_string(count));
+    const Contents& contents = dataset.contents();
+    for (size_t grid = 0; grid < contents.node_counts.size(); ++grid) {
+        show_progress("checking " + name + ": reading grid " + std::to_string(grid + 1) + " of " +
+                      std::to_string(contents.node_counts.size()));
         (void)take_library_text();
+        const auto nodes = static_cast<size_t>(contents.node_counts[grid]);
         try {
-            dataset.read_grid(number, sink, data);
+            Buffers buffers{coords.prepare(3 * nodes), {}};
+            float* const rows = values.prepare(contents.rows.size() * nodes);
+            for (const Variable& variable : contents.variables) {
+                buffers.variables.push_back(rows + static_cast<size_t>(variable.first_row) * nodes);
+            }
+            dataset.read(static_cast<int>(grid), dataset.everything(), buffers, sink);
             check.grid_errors.emplace_back();
-        } catch (const DatasetError& failure) {
+        } catch (const Error& failure) {
             check.grid_errors.push_back(reader_error(failure));
+        } catch (const std::bad_alloc&) {
+            check.grid_errors.push_back("grid " + std::to_string(grid + 1) +
+                                        " cannot be read: not enough memory");
         }
     }
 }
 
-static FileCheck check_file(Host& host, const RegisteredReader& reader, const std::string& file)
+static FileCheck check_file(const std::shared_ptr<Reader>& reader, const std::string& file)
 {
     FileCheck check;
     check.file = file;
@@ -81,19 +91,21 @@ static FileCheck check_file(Host& host, const RegisteredReader& reader, const st
     show_progress("checking " + name + ": opening it");
     (void)take_library_text();
     try {
-        Dataset dataset(host, reader, file);
+        Dataset dataset(reader, file);
         check.opened = true;
-        check.results_only = dataset.results_only();
+        check.results_only = dataset.contents().results_only;
         read_all_grids(dataset, name, check);
-    } catch (const DatasetError& failure) {
+    } catch (const Error& failure) {
         check.open_error = reader_error(failure);
         check.grid_file_found =
+            failure.kind != Error::Kind::no_grid_file &&
             check.open_error.find("Data reader error: unable to find grid file") ==
-            std::string::npos;
+                std::string::npos;
         check.results_only = !check.grid_file_found;
     }
     (void)fflush(stdout);
     clear_progress();
+    pass_on(reader->take_messages());
     return check;
 }
 
@@ -251,7 +263,7 @@ static nlohmann::json file_json(const FileCheck& check)
     return result;
 }
 
-bool run_check(Host& host, const RegisteredReader& reader, const std::vector<std::string>& files,
+bool run_check(const std::shared_ptr<Reader>& reader, const std::vector<std::string>& files,
                bool json, FILE* out)
 {
     size_t name_width = 0;
@@ -261,7 +273,7 @@ bool run_check(Host& host, const RegisteredReader& reader, const std::vector<std
     bool all_whole = true;
     nlohmann::json results = nlohmann::json::array();
     for (const std::string& file : files) {
-        const FileCheck check = check_file(host, reader, file);
+        const FileCheck check = check_file(reader, file);
         all_whole = all_whole && is_whole(check);
         if (json)
             results.push_back(file_json(check));
