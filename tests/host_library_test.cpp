@@ -1,0 +1,381 @@
+// The host library: what its datasets deliver, from the reader that is linked in and from a loaded
+// one, in any order and from any thread.
+#include "dataset.h"
+#include "datasets.h"
+#include "series.h"
+
+#include <algorithm>
+#include <bit>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <thread>
+
+namespace fld_test
+{
+
+using fld_host::Buffers;
+using fld_host::Error;
+using fld_host::GridSink;
+using fld_host::Reader;
+using fld_host::Wanted;
+
+// Writes down cells and faces as the tests' own host does.
+class Recorder : public GridSink
+{
+public:
+    explicit Recorder(bool by_function)
+        : direct_{this, {cell<0>, cell<1>, cell<2>, cell<3>}, face}, by_function_(by_function)
+    {
+    }
+    const fld_host::DirectSink* direct() override { return by_function_ ? &direct_ : nullptr; }
+    void take_cells(const fld_host::CellBlock& block) override
+    {
+        const int32_t* nodes = block.nodes;
+        for (int64_t i = 0; i < block.count; ++i) {
+            const auto shape = static_cast<size_t>(block.shapes[i]);
+            add_cell(shape, block.walls[i], nodes);
+            nodes += fld_host::shape_nodes[shape];
+        }
+    }
+    void take_faces(const fld_host::FaceBlock& block) override
+    {
+        const int32_t* nodes = block.nodes;
+        for (int64_t i = 0; i < block.count; nodes += block.node_counts[i++]) {
+            face(this, block.boundaries[i], block.node_counts[i], nodes);
+        }
+    }
+    bool go_on(int64_t done, int64_t all) override
+    {
+        EXPECT_LE(done, all);
+        return going_on();
+    }
+
+    std::string cells, faces;
+    std::function<bool()> going_on = [] { return true; };
+
+private:
+    template <size_t shape> static void cell(void* self, uint32_t walls, const int32_t* nodes)
+    {
+        static_cast<Recorder*>(self)->add_cell(shape, walls, nodes);
+    }
+    void add_cell(size_t shape, uint32_t walls, const int32_t* nodes)
+    {
+        static const char* const names[] = {"tet", "pyramid", "prism", "hex"};
+        cells += names[shape];
+        for (int k = 0; k < fld_host::shape_faces[shape]; ++k) {
+            cells += (walls >> k & 1) != 0 ? " 7" : " 0";
+        }
+        cells += " |";
+        for (int k = 0; k < fld_host::shape_nodes[shape]; ++k) {
+            cells.append(" ").append(std::to_string(nodes[k] + 1));
+        }
+        cells += '\n';
+    }
+    static void face(void* self, int32_t boundary, int32_t node_count, const int32_t* nodes)
+    {
+        std::string line = "face ";
+        line.append(std::to_string(boundary + 1)).append(" |");
+        for (int k = 0; k < node_count; ++k) line.append(" ").append(std::to_string(nodes[k] + 1));
+        static_cast<Recorder*>(self)->faces.append(line).append("\n");
+    }
+
+    fld_host::DirectSink direct_;
+    bool by_function_;
+};
+
+// What a read delivered. Reals as their bits, so that what is no number equals itself.
+struct Delivered {
+    std::string cells, faces;
+    std::vector<uint32_t> nodes;
+    std::vector<std::vector<uint32_t>> variables;
+    bool operator==(const Delivered&) const = default;
+};
+
+static std::vector<uint32_t> bits_of(const std::vector<float>& values)
+{
+    std::vector<uint32_t> bits;
+    for (const float value : values) bits.push_back(std::bit_cast<uint32_t>(value));
+    return bits;
+}
+
+static Delivered deliver(fld_host::Dataset& dataset, int grid, const Wanted& wanted,
+                         Recorder&& sink = Recorder(true))
+{
+    const auto nodes =
+        static_cast<size_t>(dataset.contents().node_counts.at(static_cast<size_t>(grid)));
+    std::vector<float> coords(wanted.nodes ? 3 * nodes : 0, -1);
+    std::vector<std::vector<float>> values;
+    Buffers buffers{coords.data(), {}};
+    values.reserve(wanted.variables.size());
+    for (const int variable : wanted.variables) {
+        const auto& found = dataset.contents().variables.at(static_cast<size_t>(variable));
+        values.emplace_back(static_cast<size_t>(found.components) * nodes, -1.0F);
+        buffers.variables.push_back(values.back().data());
+    }
+    dataset.read(grid, wanted, buffers, sink);
+    Delivered delivered{sink.cells, sink.faces, bits_of(coords), {}};
+    for (const auto& plane : values) delivered.variables.push_back(bits_of(plane));
+    return delivered;
+}
+
+// The linked reader, and a loaded one, which is a copy: the tests' host has the library itself.
+class HostLibrary : public testing::TestWithParam<bool>
+{
+protected:
+    HostLibrary()
+    {
+        if (GetParam()) {
+            reader = Reader::linked();
+            return;
+        }
+        const std::string copy = directory.path("copy.so");
+        std::filesystem::copy_file(FLD_READER_PATH, copy);
+        testing::internal::CaptureStdout(); // where a loaded one prints
+        reader = Reader::load(copy);
+    }
+    ~HostLibrary() override
+    {
+        if (!GetParam()) (void)testing::internal::GetCapturedStdout();
+    }
+    std::string write(const std::string& folder, const std::vector<NamedFile>& files) const
+    {
+        std::filesystem::create_directory(directory.path(folder));
+        std::string path;
+        for (const NamedFile& file : files) {
+            path = directory.write(folder + "/" + file.name,
+                                   file.bytes.empty() ? build(file.file) : file.bytes);
+        }
+        return path;
+    }
+
+    TemporaryDirectory directory;
+    std::shared_ptr<Reader> reader;
+};
+INSTANTIATE_TEST_SUITE_P(Reader, HostLibrary, testing::Bool(),
+                         [](const auto& test) { return test.param ? "linked" : "loaded"; });
+
+static std::string faces_of(const std::string& faces, int boundary)
+{
+    std::istringstream lines(faces);
+    std::string found, line;
+    for (const std::string start = "face " + std::to_string(boundary + 1) + " |";
+         std::getline(lines, line);) {
+        if (line.starts_with(start)) found.append(line).append("\n");
+    }
+    return found;
+}
+
+static std::string without_flags(std::string cells)
+{
+    bool are_flags = true;
+    for (char& c : cells) {
+        are_flags = c == '\n' || (are_flags && c != '|');
+        if (are_flags && c == '7') c = '0';
+    }
+    return cells;
+}
+
+// Every dataset whole, and each part of it alone.
+TEST_P(HostLibrary, delivers_what_the_callbacks_do)
+{
+    for (const Dataset& one : datasets()) {
+        SCOPED_TRACE(one.name);
+        if (!one.changed.empty() || one.trace.find("flag 1") != std::string::npos) continue;
+        if (pick(one.trace, {"boundary count", "variable count"}) != "") continue;
+        const std::string path = write(one.name, one.files);
+        fld_host::Dataset dataset(reader, path);
+        std::string faces, cells;
+        for (int grid = 0; grid < std::ssize(dataset.contents().node_counts); ++grid) {
+            const Wanted all = dataset.everything();
+            const Delivered whole = deliver(dataset, grid, all);
+            EXPECT_EQ(deliver(dataset, grid, all, Recorder(false)), whole);
+            cells += whole.cells;
+            faces += whole.faces;
+
+            const Wanted none{false, false, false, {}, {}};
+            EXPECT_EQ(deliver(dataset, grid, none),
+                      Delivered({"", "", {}, std::vector<std::vector<uint32_t>>{}}));
+            Wanted part = none;
+            part.nodes = true;
+            EXPECT_EQ(deliver(dataset, grid, part).nodes, whole.nodes);
+            part = none;
+            part.cells = part.wall_flags = true;
+            EXPECT_EQ(deliver(dataset, grid, part).cells, whole.cells);
+            part.wall_flags = false;
+            EXPECT_EQ(deliver(dataset, grid, part).cells, without_flags(whole.cells));
+            for (const int boundary : all.boundaries) {
+                part = none;
+                part.boundaries = {boundary};
+                EXPECT_EQ(deliver(dataset, grid, part).faces, faces_of(whole.faces, boundary));
+            }
+            for (const int variable : all.variables) {
+                part = none;
+                part.variables = {variable};
+                EXPECT_EQ(deliver(dataset, grid, part).variables[0],
+                          whole.variables[static_cast<size_t>(variable)]);
+            }
+            const auto size = dataset.size(grid);
+            EXPECT_EQ(size.has_value(), GetParam());
+            if (!size) continue;
+            int64_t created = 0, made = 0;
+            for (const int64_t n : size->cells) created += n;
+            for (const int64_t n : size->triangles) made += n;
+            for (const int64_t n : size->quadrilaterals) made += n;
+            EXPECT_EQ(created, std::ranges::count(whole.cells, '\n'));
+            EXPECT_EQ(made, std::ranges::count(whole.faces, '\n'));
+        }
+        EXPECT_EQ(cells, pick(one.trace, {"tet", "pyramid", "prism", "hex"}));
+        EXPECT_EQ(faces, pick(one.trace, {"face"}));
+    }
+}
+
+TEST_P(HostLibrary, opens_any_number_of_datasets)
+{
+    const FldFile other = replaced(tetrahedron_file(), scalar("P", "Pressure", {4, 3, 2, 1}));
+    const std::string paths[] = {write("a", {{"a.fld", tetrahedron_file()}}),
+                                 write("b", {{"b.fld", other}})};
+    std::vector<Delivered> alone;
+    for (const std::string& path : paths) {
+        fld_host::Dataset dataset(reader, path);
+        alone.push_back(deliver(dataset, 0, dataset.everything()));
+    }
+    EXPECT_NE(alone[0], alone[1]);
+    fld_host::Dataset first(reader, paths[0]), second(reader, paths[1]);
+    const auto work = [&](size_t turn) {
+        for (int i = 0; i < 25; ++i, ++turn) {
+            fld_host::Dataset& dataset = turn % 2 == 0 ? first : second;
+            EXPECT_EQ(deliver(dataset, 0, dataset.everything()), alone[turn % 2]);
+            EXPECT_EQ(reader->time(paths[turn % 2]), 0.5F);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (size_t turn = 0; turn < 4; ++turn) threads.emplace_back(work, turn);
+    for (std::thread& thread : threads) thread.join();
+    // What is another file by now is noticed when its turn comes.
+    (void)write("a", {{"a.fld", added(tetrahedron_file(), scalar("T", "", {1, 2, 3, 4}))}});
+    EXPECT_EQ(deliver(second, 0, second.everything()), alone[1]);
+    try {
+        (void)deliver(first, 0, first.everything());
+        ADD_FAILURE() << "not noticed";
+    } catch (const Error& failure) {
+        EXPECT_EQ(failure.kind, Error::Kind::changed) << failure.what();
+        EXPECT_EQ(failure.file, paths[0]);
+    }
+    EXPECT_EQ(deliver(second, 0, second.everything()), alone[1]);
+}
+
+TEST_P(HostLibrary, is_stopped_by_its_sink)
+{
+    fld_host::Dataset dataset(reader, write("a", {{"a.fld", tetrahedron_file()}}));
+    const Delivered whole = deliver(dataset, 0, dataset.everything());
+    struct Stop : GridSink {
+        void take_cells(const fld_host::CellBlock& /*cells*/) override { on_cells(); }
+        std::function<void()> on_cells;
+    } stop;
+    std::vector<float> room(64);
+    const auto read = [&] {
+        dataset.read(0, dataset.everything(), {room.data(), {room.data() + 12}}, stop);
+    };
+    stop.on_cells = [] { throw 7; };
+    EXPECT_THROW(read(), int);
+    stop.on_cells = [&] { (void)reader->time("any"); };
+    EXPECT_THROW(read(), std::logic_error);
+    EXPECT_EQ(deliver(dataset, 0, dataset.everything()), whole);
+    if (!GetParam()) return; // one that is loaded does not ask
+    Recorder cancelling(true);
+    cancelling.going_on = [] { return false; };
+    try {
+        (void)deliver(dataset, 0, dataset.everything(), std::move(cancelling));
+        ADD_FAILURE() << "not cancelled";
+    } catch (const Error& failure) {
+        EXPECT_EQ(failure.kind, Error::Kind::cancelled);
+    }
+    EXPECT_EQ(deliver(dataset, 0, dataset.everything()), whole);
+}
+
+// The error is of the right kind and names the file to blame.
+TEST_P(HostLibrary, says_what_is_wrong_and_where)
+{
+    using enum Error::Kind;
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    const std::string cut = build(tetrahedron_file()).substr(0, 900);
+    const FldFile bad = replaced(tetrahedron_file(), coordinate_system(9));
+    const bool linked = GetParam();
+    struct Case {
+        std::string name;
+        std::vector<NamedFile> files;
+        Error::Kind kind;
+        std::string blamed, says; // by the linked reader
+    };
+    const Case cases[] = {
+        {"missing", {}, cannot_open, "missing.fld", "there is no such file"},
+        {"text", {{"a.fld", {}, "no records"}}, cannot_open, "a.fld", "it is no FLD file"},
+        {"alone", {{"s2.fld", results}}, no_grid_file, "s2.fld", "no earlier file"},
+        {"passed_over",
+         {{"s1.fld", {}, "no records"}, {"s2.fld", results}},
+         no_grid_file,
+         "s2.fld",
+         "s1.fld was passed over: no FLD file"},
+        {"bad", {{"a.fld", bad}}, damaged, "a.fld", "invalid coordinate system: 9"},
+        {"bad_grid", {{"s1.fld", bad}, {"s2.fld", results}}, damaged, "s1.fld", "system: 9"},
+        {"cut", {{"a.fld", {}, cut}}, damaged, "a.fld", "cut short or damaged"},
+    };
+    for (const auto& [name, files, kind, blamed, says] : cases) {
+        SCOPED_TRACE(name);
+        (void)write(name, files);
+        const std::string path =
+            directory.path(name + "/" + (files.empty() ? blamed : files.back().name));
+        try {
+            fld_host::Dataset dataset(reader, path);
+            (void)deliver(dataset, 0, dataset.everything());
+            ADD_FAILURE() << "no error";
+        } catch (const Error& failure) {
+            const std::string text = failure.what();
+            EXPECT_EQ(std::ranges::count(text, '\n'), 0);
+            if (linked || (kind != damaged && name != "text")) {
+                EXPECT_EQ(failure.kind, kind) << text;
+            }
+            if (!linked) continue;
+            EXPECT_NE(text.find(says), std::string::npos) << text;
+            EXPECT_EQ(failure.file, directory.path(name + "/" + blamed));
+        }
+    }
+    const std::string copy = directory.write("no.so", "no library");
+    EXPECT_THROW((void)Reader::load(copy), Error);
+    EXPECT_THROW((void)Reader::load("missing.so"), Error);
+    EXPECT_THROW(reader->choose("none"), Error);
+    EXPECT_THROW((void)reader->time("missing"), Error);
+}
+
+TEST_P(HostLibrary, knows_meshes_and_series)
+{
+    const FldFile results{{{coordinate_system(0), vector("U", "Velocity", cube_corners(4))}}};
+    const std::vector<NamedFile> files = {
+        {"s1.fld", tetrahedron_file()}, {"s2.fld", results}, {"s3.fld", results}};
+    const std::string last = write("s", files), folder = directory.path("s/");
+    fld_host::Dataset second(reader, folder + "s2.fld"), third(reader, last);
+    ASSERT_EQ(third.contents().variables.size(), 2U);
+    EXPECT_EQ(third.contents().variables[0].name, "Velocity (U)");
+    EXPECT_EQ(third.contents().variables[0].key, "U");
+    EXPECT_EQ(third.contents().variables[1].name, "Pressure (P)");
+    EXPECT_EQ(third.contents().variables[1].key, "P");
+    const auto mesh = third.mesh_identity(0);
+    ASSERT_EQ(mesh.has_value(), GetParam());
+    if (mesh) {
+        EXPECT_EQ(second.mesh_identity(0), mesh);
+        EXPECT_EQ(third.contents().grid_file, folder + "s1.fld");
+        (void)write("s", {{"s1.fld", added(tetrahedron_file(), scalar("T", "", {1, 2, 3, 4}))}});
+        EXPECT_NE(second.mesh_identity(0), mesh);
+    }
+    (void)write("s", {{"s2.fld", {}, "no records"}});
+    const auto series = fld_host::series_of(reader, last);
+    ASSERT_EQ(series.size(), 3U);
+    EXPECT_EQ(series[0].holds_grid, true);
+    EXPECT_EQ(series[1].holds_grid, std::nullopt);
+    EXPECT_EQ(series[1].time, std::nullopt);
+    EXPECT_EQ(series[2].holds_grid, false);
+    EXPECT_EQ(series[2].time, 0.5F);
+    EXPECT_EQ(series[2].number, "3");
+}
+
+} // namespace fld_test
