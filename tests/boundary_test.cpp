@@ -87,7 +87,8 @@ TEST(LibraryFile, serves_a_host_in_c_that_runs_out_of_memory)
 {
     const TemporaryDirectory directory;
     std::string command = FLD_C_HOST_PATH " " FLD_READER_PATH " ";
-    command += directory.write("a.fld", build(tetrahedron_file()));
+    command +=
+        directory.write("a.fld", build(added(tetrahedron_file(), surface_array({{"inlet", {}}}))));
     for (const char* name : fld_host::service_names()) command.append(" ").append(name);
     const std::vector<std::string> lines = lines_of(command);
     ASSERT_GT(lines.size(), 30U);

@@ -138,6 +138,16 @@ TEST(Pairing, uses_the_grid_files_number_base_and_markers)
               "tet 0 7 0 0 | 1 2 3 4\nvalue inf 5 -2 1\nvalue inf inf inf inf\n");
 }
 
+// Names of two grids that differ in their last character alone.
+TEST(BoundaryNames, are_compared_to_their_end)
+{
+    const std::string start(79, 'n');
+    const FldFile file{
+        {grid_of({surfaces({{start + "b", {}}})}), grid_of({surfaces({{start + "a", {}}})})}};
+    EXPECT_EQ(opened({{"a.fld", file}}, {"boundary"}),
+              "boundary " + start + "b\nboundary " + start + "a\n");
+}
+
 // A name with trailing blanks inside its first 80 characters, and one that fills its row.
 TEST(BoundaryNames, may_be_long)
 {
@@ -252,6 +262,13 @@ TEST(CylindricalVectors, may_mix_element_sizes)
         EXPECT_EQ(opened({{"a.fld", file}}, {"out", "value"}),
                   "value 1 1 1 inf\nvalue 1 0.5 2 inf\nvalue 3 3 3 3\n");
     }
+}
+
+TEST(CylindricalVectors, of_a_single_node)
+{
+    const FldFile file{{{coordinate_system(1), nodes({{2, 0, 1}}), materials({}), elements({}),
+                         vector("U", "", {{1, 0.5, 3}})}}};
+    EXPECT_EQ(opened({{"a.fld", file}}, {"out", "value"}), "value 1\nvalue 1\nvalue 3\n");
 }
 
 // ---- 8-byte reals ----
