@@ -315,6 +315,10 @@ TEST(BatterySeries, whatever_a_name_means)
         (errors.empty() ? accepted : refused) += 1;
         std::filesystem::remove(path);
     }
+    std::string name = "(a|b)*a";
+    for (int k = 0; k < 7; ++k) name += "(a|b)";
+    const std::string again = host.directory.write(name + "5000.fld", bytes);
+    for (int k = 0; k < 300; ++k) EXPECT_EQ(pick(host.visit(again), {"err"}), "") << k;
     EXPECT_GT(accepted, 40);
     EXPECT_GT(refused, 40);
     getrusage(RUSAGE_SELF, &after);
