@@ -226,6 +226,20 @@ TEST(BatteryLongArrays, fail_at_every_place)
     }
 }
 
+// Planes that are read straight to where they belong, each in halves of what is left of it.
+TEST(BatteryLongArrays, come_whole_in_pieces)
+{
+    FaultyHost host;
+    constexpr size_t COUNT = 20000;
+    const FldFile file{
+        {{coordinate_system(0), nodes(std::vector<Point>(COUNT, {1, 2, 3})), materials({}),
+          elements({}), scalar("T", "", std::vector<double>(COUNT, 4))}}};
+    const std::string path = host.directory.write("a.fld", build(file));
+    const std::string good = host.visit(path);
+    EXPECT_EQ(pick(good, {"flag"}), "flag 0\nflag 0\n");
+    EXPECT_TRUE(host.visit(path, {READ, 1, true, SHORT}) == good);
+}
+
 // Nothing of what ends inside an array is created, not even what comes before the end.
 TEST(BatteryLongArrays, are_whole_or_not_read)
 {

@@ -264,11 +264,17 @@ TEST(CylindricalVectors, may_mix_element_sizes)
     }
 }
 
+// Its radius and angle as stored, and from the x and y of another file's grid.
 TEST(CylindricalVectors, of_a_single_node)
 {
-    const FldFile file{{{coordinate_system(1), nodes({{2, 0, 1}}), materials({}), elements({}),
-                         vector("U", "", {{1, 0.5, 3}})}}};
-    EXPECT_EQ(opened({{"a.fld", file}}, {"out", "value"}), "value 1\nvalue 1\nvalue 3\n");
+    const Section node = nodes({{2, 0, 1}}), u = vector("U", "", {{1, 0.5, 3}});
+    const FldFile grid{{{coordinate_system(0), node, materials({}), elements({})}}};
+    const FldFile whole = added(replaced(grid, coordinate_system(1)), u);
+    const std::string values = "value 1\nvalue 1\nvalue 3\n";
+    EXPECT_EQ(opened({{"a.fld", whole}}, {"out", "value"}), values);
+    EXPECT_EQ(
+        opened({{"s1.fld", grid}, {"s2.fld", {{{coordinate_system(1), u}}}}}, {"out", "value"}),
+        values);
 }
 
 // ---- 8-byte reals ----
