@@ -171,8 +171,7 @@ static uint64_t reversed(uint64_t word)
 // For speed only: where the compiler can, the loops below are built for several generations of
 // processors, and the right build is chosen when the library is loaded. Recent processors reverse
 // bytes about five times as fast with it. ThreadSanitizer is not ready yet when the choice is made.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && \
-    !defined(__SANITIZE_THREAD__)
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__)
 #define FOR_EVERY_PROCESSOR [[gnu::target_clones("avx2", "ssse3", "default")]]
 #else
 #define FOR_EVERY_PROCESSOR
