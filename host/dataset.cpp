@@ -320,8 +320,11 @@ void Dataset::read(int grid, const Wanted& wanted, const Buffers& buffers, GridS
         buffers.variables.size() < wanted.variables.size()) {
         throw std::invalid_argument("a read has no buffer for what it is to deliver");
     }
+    std::vector<bool> is_taken(contents_.variables.size(), false);
     for (const int variable : wanted.variables) {
-        (void)contents_.variables.at(static_cast<size_t>(variable));
+        auto taken = is_taken.at(static_cast<size_t>(variable));
+        if (taken) throw std::invalid_argument("a read is to deliver a variable twice");
+        taken = true;
     }
     ensure_open();
     Reading reading{state,

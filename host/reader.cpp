@@ -180,6 +180,7 @@ Error Listening::failure(const std::string& file, const std::string& what,
     if (has(says_, "is not unformatted")) return error(cannot_open, "it is no FLD file");
     const std::string words = last_words(says_);
     if (has(words, "does not match query count")) return error(changed, words);
+    if (words.starts_with("Cannot open ")) return error(cannot_open, "the system does not open it");
     if (!words.empty()) return error(damaged, words);
     if (!state_.is_linked) return error(damaged, "the reader refuses it");
     return error(damaged, "the file may be cut short or damaged");

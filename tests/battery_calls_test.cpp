@@ -145,7 +145,7 @@ static int32_t open_directly(const FaultyHost& host, const char* path)
 static void expect_end_of_process(FaultyHost& host, const std::string& path, const FaultPlan& plan)
 {
     const auto open_and_fail = [&] {
-        host.plan(plan);
+        host.module.plan(plan);
         (void)open_directly(host, path.c_str());
     };
     EXPECT_EXIT(open_and_fail(), testing::ExitedWithCode(1),
@@ -185,6 +185,45 @@ TEST_P(BatteryCalls, fail_at_every_place)
             const std::string first = expect_known(kind, host.visit(path, plan), dataset.trace);
             EXPECT_TRUE(!are_known || first == message) << first << "\n" << message;
             EXPECT_EQ(host.visit(path), dataset.trace) << "after a fault";
+        }
+    }
+    std::cout << "tried calls " << tried << "\n";
+}
+
+// Through the linked reader every failure is an error, also where the process ends otherwise.
+TEST_P(BatteryCalls, fail_at_every_place_of_the_linked_reader)
+{
+    FaultyModule module(FLD_FAULTY_LINKED_PATH);
+    const auto call = reinterpret_cast<decltype(&fld_visit)>(module.find("fld_visit"));
+    const TemporaryDirectory directory;
+    const int kind = GetParam();
+    const auto visit = [&](const std::string& path, const FaultPlan& plan, int64_t* calls) {
+        LinkedVisit shown;
+        module.plan(plan);
+        call(path.c_str(), &shown);
+        *calls = module.end().calls[kind];
+        return shown;
+    };
+    int64_t tried = 0;
+    for (const Dataset& dataset : datasets()) {
+        const std::string path = write_files(directory, dataset.files, dataset.format);
+        int64_t calls = 0, unused = 0;
+        const std::string good = visit(path, {}, &calls).trace;
+        tried += (kind == READ ? 6 : 2) * calls;
+        EXPECT_EQ(good, without_output(dataset.trace));
+        for (int64_t k = 0; k < (kind == READ ? 6 : 2) * calls; ++k) {
+            const FaultPlan plan{kind, k % calls + 1, k / calls % 2 == 1, FaultWay(k / calls / 2)};
+            SCOPED_TRACE(dataset.name + ", " + std::to_string(k) + " of " + std::to_string(calls));
+            const LinkedVisit shown = visit(path, plan, &unused);
+            for (const fld_host::Error& error : shown.errors) {
+                EXPECT_EQ(error.kind == fld_host::Error::Kind::no_memory, kind == ALLOCATION);
+            }
+            if (plan.way == SHORT || (kind == CLOSE && shown.errors.empty())) {
+                EXPECT_EQ(shown.trace, good);
+                continue;
+            }
+            (void)expect_known(kind, shown.trace, good);
+            EXPECT_EQ(visit(path, {}, &unused).trace, good) << "after a fault";
         }
     }
     std::cout << "tried calls " << tried << "\n";

@@ -6,6 +6,7 @@
 //
 // The usual run takes a sample of the widest loops; FLD_BATTERY=whole makes them whole.
 #include "datasets.h"
+#include "linked_host.h"
 
 #include <algorithm>
 #include <fstream>
@@ -91,6 +92,28 @@ struct Change {
 
 // ---- the host's visits ----
 
+static std::string without(std::string text, const std::string& part)
+{
+    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos;)
+        text.erase(at, part.size());
+    return text;
+}
+
+// Messages without the names of folders and the ends of lines.
+static std::string said(const std::string& text, const std::string& folder)
+{
+    return without(without(text, folder), "\n");
+}
+
+// What the lines of a trace show of the output.
+static std::string output(const std::string& trace)
+{
+    std::istringstream lines(without(pick(trace, {"out", "err"}), " (no newline)"));
+    std::string text;
+    for (std::string line; std::getline(lines, line);) text += line.substr(4);
+    return text;
+}
+
 class BatteryFiles : public testing::TestWithParam<Dataset>
 {
 protected:
@@ -122,10 +145,27 @@ protected:
     {
         const std::string path = directory_.path(GetParam().files.back().name);
         std::string trace = host_.visit(path, meanwhile);
+        if (!meanwhile && !has_other_capacities_) expect_linked(trace);
         if (trace.ends_with("close\n")) return trace;
         host_.peek(path);
         host_.close();
         return trace + host_.take_trace();
+    }
+
+    // The linked reader delivers the same and says the same. Its host refuses cells and faces of
+    // nodes that are not there, and more names than there is room for.
+    void expect_linked(const std::string& trace, const std::function<void()>& meanwhile = {})
+    {
+        const std::string folder = directory_.path("");
+        LinkedVisit linked = visit_linked(folder + GetParam().files.back().name, meanwhile);
+        for (const fld_host::Error& error : linked.errors) {
+            const std::string text = error.what();
+            EXPECT_TRUE(text.starts_with(folder) && text.find('\n') == std::string::npos) << text;
+            if (text.find(" names node ") != std::string::npos) return;
+            if (text.find("there is room for") != std::string::npos) return;
+        }
+        EXPECT_EQ(linked.trace, without_output(trace));
+        EXPECT_EQ(said(linked.messages, folder), said(output(trace), folder));
     }
 
     void expect(Outcome outcome, const std::string& trace)
@@ -173,6 +213,7 @@ protected:
     std::string control_;
     std::vector<std::string> good_; // the files' contents
     std::string good_trace_;
+    bool has_other_capacities_ = false;
 };
 
 INSTANTIATE_TEST_SUITE_P(All, BatteryFiles, testing::ValuesIn(datasets()), test_name);
@@ -303,7 +344,11 @@ TEST_P(BatteryFiles, exchanged_cut_or_grown_before_the_read)
 {
     size_t tried = 0;
     const auto exchange = [&](size_t file, const std::string& bytes, Outcome outcome) {
-        expect(outcome, visit([&] { write(file, bytes); }));
+        const auto put = [&] { write(file, bytes); };
+        const std::string trace = visit(put);
+        expect(outcome, trace);
+        write(file, good_[file]);
+        expect_linked(trace, put);
         write(file, good_[file]);
         ++tried;
     };
@@ -388,11 +433,13 @@ TEST_P(BatteryFiles, any_capacity)
         for (const int32_t rows : {0, 1, n - 1, n, n + 1}) {
             if (rows < 0) continue;
             capacity = rows;
+            has_other_capacities_ = true; // which a dataset refuses
             const std::string trace = visit();
             rows < n ? check(trace) : expect(same, trace);
             ++tried;
         }
         host_.controls = {};
+        has_other_capacities_ = false;
     };
     each(host_.controls.grid_capacity, host_.grid_count(),
          [&](const std::string& trace) { expect(refused, trace); });

@@ -263,6 +263,18 @@ std::string pick(const std::string& trace, const std::vector<std::string>& words
     return kept;
 }
 
+std::string without_output(const std::string& trace)
+{
+    std::istringstream stream(trace);
+    std::string kept;
+    for (std::string line; std::getline(stream, line);) {
+        const bool is_output = line.starts_with("out ") || line.starts_with("err ");
+        line.erase(line.find_last_not_of(' ') + 1); // of names
+        if (!is_output && !line.starts_with("options ")) kept += line + "\n";
+    }
+    return kept;
+}
+
 std::string component_names(const std::string& label, const std::string& key)
 {
     const std::string begin = "variable " + label, end = key.empty() ? "" : " (" + key + ")";

@@ -62,6 +62,9 @@ std::string run(const std::vector<NamedFile>& files, const Controls& controls = 
 // The lines of a trace that begin with one of the words.
 std::string pick(const std::string& trace, const std::vector<std::string>& words);
 
+// A trace as a visit through the host library shows it.
+std::string without_output(const std::string& trace);
+
 // The lines that name a vector's variables.
 std::string component_names(const std::string& label, const std::string& key = "");
 

@@ -2,6 +2,8 @@
 // fld_reader_faulty.so is the library's own objects with the wrappers of faults.cpp around them.
 #pragma once
 
+#include "linked_host.h"
+
 #include <cstdint>
 
 namespace fld_test
@@ -34,3 +36,7 @@ struct Faults {
 // Gives the one record of the loaded module.
 using FaultsFunction = fld_test::Faults*();
 extern "C" __attribute__((visibility("default"))) FaultsFunction fld_faults;
+
+// Visits a file through the host library of the module.
+extern "C" __attribute__((visibility("default"))) void fld_visit(const char* path,
+                                                                 fld_test::LinkedVisit* visit);

@@ -1,4 +1,4 @@
-// A strict host of the library whose calls can be made to fail.
+// Hosts of the library whose calls of the system can be made to fail.
 #pragma once
 
 #include "datasets.h"
@@ -10,17 +10,19 @@
 namespace fld_test
 {
 
-class FaultyHost : public TestHost
+// A loaded module with the wrappers.
+class FaultyModule
 {
 public:
-    FaultyHost() : TestHost(FLD_FAULTY_READER_PATH)
+    explicit FaultyModule(const char* path) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL))
     {
-        void* const module = dlopen(FLD_FAULTY_READER_PATH, RTLD_NOW | RTLD_NOLOAD);
-        faults_ = reinterpret_cast<FaultsFunction*>(dlsym(module, "fld_faults"))();
-        dlclose(module);
-        hidden_prefix = directory.path("");
-        start();
+        faults_ = reinterpret_cast<FaultsFunction*>(find("fld_faults"))();
     }
+    ~FaultyModule() { dlclose(handle_); }
+    FaultyModule(const FaultyModule&) = delete;
+    FaultyModule& operator=(const FaultyModule&) = delete;
+
+    [[nodiscard]] void* find(const char* symbol) const { return dlsym(handle_, symbol); }
 
     // Begins to count and to fail; what is held then has been leaked.
     void plan(const FaultPlan& faults)
@@ -30,22 +32,44 @@ public:
         *faults_ = {.plan = faults, .seconds_later = seconds_later};
     }
 
+    // Ends it; what was counted.
+    Faults end()
+    {
+        const Faults counted = *faults_;
+        plan({});
+        return counted;
+    }
+
+    int64_t seconds_later = 0; // that the library's clock shows
+
+private:
+    void* handle_;
+    Faults* faults_;
+};
+
+class FaultyHost : public TestHost
+{
+public:
+    FaultyHost() : TestHost(FLD_FAULTY_READER_PATH), module(FLD_FAULTY_READER_PATH)
+    {
+        hidden_prefix = directory.path("");
+        start();
+    }
+
     std::string visit(const std::string& path, const FaultPlan& faults = {})
     {
-        plan(faults);
+        module.plan(faults);
         std::string trace = TestHost::visit(path);
-        counted_ = *faults_;
-        plan({});
+        counted_ = module.end();
         return trace;
     }
 
     const TemporaryDirectory directory; // for the files that are visited
-    int64_t seconds_later = 0;          // that the library's clock shows
+    FaultyModule module;
 
     [[nodiscard]] const Faults& counted() const { return counted_; } // by the last visit
 
 private:
-    Faults* faults_;
     Faults counted_;
 };
 

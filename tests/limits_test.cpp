@@ -199,7 +199,7 @@ TEST(BatterySeries, twenty_thousand_members_under_a_limit_of_16_open_files)
     (void)host.directory.write(member(0), build(tetrahedron_file()));
     for (int number = 1; number < COUNT; ++number)
         (void)host.directory.write(member(number), results);
-    host.seconds_later = 3;
+    host.module.seconds_later = 3;
     for (const int64_t looks : {COUNT, 1}) {
         const std::string trace =
             visit_within(host, host.directory.path(member(COUNT - 1)), RLIMIT_NOFILE, 16);
@@ -222,9 +222,9 @@ TEST(BatterySeries, looks_once_at_what_nobody_writes_to)
     for (const int number : {1, 2, 3, 4, 5}) (void)host.directory.write(member(number), results);
     EXPECT_EQ(looks(4), 5);
     EXPECT_EQ(looks(4), 5) << "written just now";
-    host.seconds_later = 1;
+    host.module.seconds_later = 1;
     EXPECT_EQ(looks(4), 5) << "written a second ago";
-    host.seconds_later = 3;
+    host.module.seconds_later = 3;
     EXPECT_EQ(looks(4), 5);
     EXPECT_EQ(looks(4), 1);
     EXPECT_EQ(looks(5), 2) << "the next step and the grid file";

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -143,35 +141,6 @@ static int lowest_free_descriptor()
 
 // ---- the trace ----
 
-template <class T> static std::string list_text(const T* values, int64_t count)
-{
-    std::string text;
-    for (int64_t i = 0; i < count; ++i) text.append(" ").append(std::to_string(values[i]));
-    return text;
-}
-
-// The shortest decimal that gives this very bit pattern back; the pattern itself for others.
-static std::string real_text(float value)
-{
-    const auto bits = std::bit_cast<uint32_t>(value);
-    if (bits == UNTOUCHED * 0x01010101U) return "untouched";
-    char text[32];
-    if (std::isnan(value)) {
-        (void)snprintf(text, sizeof text, "nan:%08X", bits);
-        return text;
-    }
-    return {text, std::to_chars(text, text + sizeof text, value).ptr};
-}
-
-static std::string reals_text(const float* values, int64_t row, int64_t length)
-{
-    std::string text;
-    for (int64_t i = 0; i < length; ++i) {
-        text.append(" ").append(real_text(values[row * length + i]));
-    }
-    return text;
-}
-
 // Splits the library's output into lines; text that does not end in a newline is marked.
 void TestHost::log_output()
 {
@@ -220,15 +189,12 @@ bool TestHost::refuses_this_create()
 
 int TestHost::create_cell(Shape shape, const int32_t* face_flags, const int32_t* nodes)
 {
-    static constexpr const char* names[] = {"tet", "pyramid", "prism", "hex"};
-    const auto row = static_cast<size_t>(shape);
     log_output();
-    for (int face = 0; face < fld_host::shape_faces[row]; ++face) {
+    for (int face = 0; face < fld_host::shape_faces[int(shape)]; ++face) {
         EXPECT_TRUE(face_flags[face] == 0 || face_flags[face] == fld_host::WALL_FACE);
     }
     if (refuses_this_create()) return 0;
-    log(names[row] + list_text(face_flags, fld_host::shape_faces[row]) + " |" +
-        list_text(nodes, fld_host::shape_nodes[row]));
+    trace_ += cell_line(shape, face_flags, nodes);
     return 1;
 }
 
@@ -240,7 +206,7 @@ int TestHost::create_boundary_face(int32_t boundary_type, int32_t vertex_count,
     EXPECT_TRUE(boundary_type >= 1 && boundary_type <= boundary_count_) << boundary_type;
     log_output();
     if (refuses_this_create()) return 1;
-    log("face " + std::to_string(boundary_type) + " |" + list_text(nodes, vertex_count));
+    trace_ += face_line(boundary_type, vertex_count, nodes);
     return 0;
 }
 
@@ -261,6 +227,7 @@ TestHost::TestHost(const std::string& library)
 
 void TestHost::call(const std::function<void()>& function)
 {
+    library_->make_current();
     const int descriptor = lowest_free_descriptor();
     {
         const Capture capture;
@@ -281,7 +248,7 @@ void TestHost::open(const std::string& path)
     GuardedArray<char> boundaries(int64_t{80} * controls.boundary_capacity, controls.fill);
     GuardedArray<char> variables(int64_t{80} * controls.variable_capacity, controls.fill);
     int32_t boundary_count = -1;
-    error_flag_ = -1;
+    grid_count_ = variable_count_ = error_flag_ = -1;
     log("open");
     call([&] {
         library_->registrations()
@@ -292,6 +259,7 @@ void TestHost::open(const std::string& path)
                          &variable_count_, variables.data(), &error_flag_);
     });
     log("flag " + std::to_string(error_flag_));
+    EXPECT_TRUE(grid_count_ >= 0 && boundary_count >= 0 && variable_count_ >= 0);
     if (error_flag_ != 0) return;
     node_counts_ = node_counts.copy();
     ASSERT_LE(grid_count_, controls.grid_capacity);
@@ -335,10 +303,10 @@ void TestHost::read(int32_t grid)
     if (error_flag_ != 0) return;
     EXPECT_TRUE(is_known) << "a grid that is not there was read";
     for (int row = 0; row < 3; ++row) {
-        log(std::string(1, "xyz"[row]) + reals_text(coordinates.data(), row, node_count));
+        trace_ += reals_line({"xyz"[row]}, coordinates.data() + row * node_count, node_count);
     }
     for (int row = 0; row < variable_count_; ++row) {
-        log("value" + reals_text(values.data(), row, node_count));
+        trace_ += reals_line("value", values.data() + row * node_count, node_count);
     }
 }
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "reader_library.h"
+#include "trace_text.h"
 
 #include <cstdint>
 #include <functional>
@@ -19,9 +20,6 @@
 
 namespace fld_test
 {
-
-// What the host's buffers hold before they are written.
-constexpr unsigned char UNTOUCHED = 0xA5;
 
 struct Controls {
     int32_t unit = 7;
