@@ -46,7 +46,7 @@ class Bench:
 
     def tool(self, *arguments):
         command = [f'{self.options.build}/fld_bench', *map(str, arguments)]
-        return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+        return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
 
     def path(self, name):
         return f'{self.directory}/{name}.fld'
@@ -267,8 +267,41 @@ class Bench:
                                      self.median(name, 'data') / self.facts[name]['bytes'], before)
             self.add_peak('grids', name, name)
 
+    def host_library(self):
+        self.write('host', '--scalars 5 --wall-faces 240000')
+        library = ['--library', self.options.library] if self.options.library else []
+        self.samples['host'] = [json.loads(self.tool('dataset', self.path('host'), *library))
+                                for _ in range(self.options.rounds)]
+        os.remove(self.path('host'))
+        self.add_ratio('host', 'five scalars: bare data callback', 'host', 'data')
+        for key in ('blocks', 'functions'):
+            self.add_ratio('host', f'five scalars: Dataset, {key}', 'host', key, 1.25, 'data')
+        self.add_ratio('host', 'one of five, no mesh', 'host', 'one_variable', 1.5,
+                       'plain_variable')
 
-PARTS = ['whole_file', 'kinds_of_files', 'opening', 'record_lengths', 'walls', 'growth', 'grids']
+    # Grid files of few records, and results of a series of a thousand files.
+    def switching(self):
+        for name in ('grid_a', 'grid_b'):
+            self.write(name, '', 1000)
+        os.mkdir(f'{self.directory}/series')
+        self.write('series/s_0001', '', 1000)
+        for step in range(2, 1002):
+            self.write(f'series/s_{step:04}', '--results', 1000)
+        time.sleep(3) # the reader remembers no file that was written just now
+        for name, pair in (('grids', ('grid_a', 'grid_b')),
+                           ('results', ('series/s_0500', 'series/s_0501'))):
+            self.samples[name] = [json.loads(self.tool('switch', *map(self.path, pair)))
+                                  for _ in range(self.options.rounds)]
+        for name, lists in (('grids', 0), ('results', 1)):
+            turn = self.median(name, 'turn')
+            limit = 2 * self.median('grids', 'open') + lists * self.median(name, 'list')
+            self.add('switch', f'between two open files: {name}', turn, turn / limit * 2,
+                     f'an open {self.median(name, "open") * 1e3:.2f} ms',
+                     f'{limit * 1e3:.2f} ms', turn <= limit)
+
+
+PARTS = ['whole_file', 'kinds_of_files', 'opening', 'record_lengths', 'walls', 'growth', 'grids',
+         'host_library', 'switching']
 
 
 # ---- output ----
@@ -332,7 +365,8 @@ def main():
         for part in options.only or PARTS:
             getattr(bench, part)()
     print(file=sys.stderr)
-    order = ['plain', 'Fortran', 'open', 'data', 'records', 'walls', 'process', 'growth', 'grids']
+    order = ['plain', 'Fortran', 'open', 'data', 'records', 'walls', 'process', 'growth', 'grids',
+             'host', 'switch']
     rows = sorted(bench.rows, key=lambda row: order.index(row.part))
     print_table(rows)
     if options.json:

@@ -1,5 +1,6 @@
 // The driver of the measurements; what it measures is put together by bench.py.
 #include "measure.h"
+#include "measure_dataset.h"
 #include "write_file.h"
 
 #include <CLI/CLI.hpp>
@@ -15,6 +16,7 @@ using nlohmann::json;
 
 struct Options {
     std::string file;
+    std::string other_file;
     std::string library = FLD_READER_PATH;
     FileForm form;
     bool with_fortran = false;
@@ -60,6 +62,28 @@ void measure(const Options& options)
     puts(text.dump().c_str());
 }
 
+void measure_host(const Options& options)
+{
+    FileFacts facts;
+    read_facts(options, &facts);
+    const Seconds bare = measure_file(options.library, options.file, facts, false, false);
+    const DatasetSeconds s = measure_dataset(options.file, facts);
+    const json text = {{"r0", bare.plain_read},
+                       {"data", bare.data},
+                       {"blocks", s.blocks},
+                       {"functions", s.functions},
+                       {"one_variable", s.one_variable},
+                       {"plain_variable", s.plain_variable}};
+    puts(text.dump().c_str());
+}
+
+void measure_turns(const Options& options)
+{
+    const SwitchSeconds s = measure_switch(options.file, options.other_file);
+    const json text = {{"open", s.open}, {"turn", s.turn}, {"list", s.list}};
+    puts(text.dump().c_str());
+}
+
 void peak(const Options& options)
 {
     FileFacts facts;
@@ -84,6 +108,7 @@ void add_write_command(CLI::App& app, Options& options)
     command->add_flag("--big-endian", form.big_endian);
     command->add_flag("--doubles", form.doubles);
     command->add_flag("!--no-cells", form.cells);
+    command->add_flag("--results", form.results, "no mesh");
     command->callback([&] { write(options); });
 }
 
@@ -94,6 +119,16 @@ void add_reading_commands(CLI::App& app, Options& options)
     measuring->add_option("--library", options.library);
     measuring->add_flag("--fortran", options.with_fortran, "the Fortran runtime as well");
     measuring->callback([&] { measure(options); });
+
+    CLI::App* const host = app.add_subcommand("dataset", "seconds of the host library");
+    host->add_option("file", options.file)->required();
+    host->add_option("--library", options.library);
+    host->callback([&] { measure_host(options); });
+
+    CLI::App* const turns = app.add_subcommand("switch", "seconds from one dataset to another");
+    turns->add_option("file", options.file)->required();
+    turns->add_option("other", options.other_file)->required();
+    turns->callback([&] { measure_turns(options); });
 
     CLI::App* const peaking = app.add_subcommand("peak", "bytes that the library takes");
     peaking->add_option("file", options.file)->required();

@@ -304,6 +304,19 @@ void write_variables(RecordWriter& out, const FileForm& form, const Block& block
     out.end();
 }
 
+void write_mesh(RecordWriter& out, const FileForm& form, const Block& block, int32_t grid,
+                FileFacts* facts)
+{
+    const auto regions = grid == 0 && form.cells ? regions_of(form) : std::vector<Region>();
+    for (const Region& region : regions) facts->faces += region.faces;
+    write_nodes(out, form, block);
+    if (!regions.empty()) {
+        write_region_types(out, regions);
+        write_surfaces(out, block, regions);
+    }
+    write_elements(out, block, facts->grid_cells);
+}
+
 } // namespace
 
 FileFacts write_fld_file(const std::string& path, const FileForm& form)
@@ -312,21 +325,14 @@ FileFacts write_fld_file(const std::string& path, const FileForm& form)
     const Block block{std::max<int64_t>(3, std::llround(std::cbrt(grid_nodes)))};
     FileFacts facts;
     facts.grid_nodes = block.nodes();
-    facts.grid_cells = form.cells ? block.cells() : 0;
+    facts.grid_cells = form.cells && !form.results ? block.cells() : 0;
     facts.nodes = block.nodes() * form.grids;
 
     RecordWriter out(path, form);
     write_header(out, form);
     for (int32_t grid = 0; grid < form.grids; ++grid) {
-        const auto regions = grid == 0 && form.cells ? regions_of(form) : std::vector<Region>();
-        for (const Region& region : regions) facts.faces += region.faces;
         out.name("OverlapStart_" + std::to_string(grid));
-        write_nodes(out, form, block);
-        if (!regions.empty()) {
-            write_region_types(out, regions);
-            write_surfaces(out, block, regions);
-        }
-        write_elements(out, block, facts.grid_cells);
+        if (!form.results) write_mesh(out, form, block, grid, &facts);
         write_variables(out, form, block);
     }
     out.name("OverlapEnd");

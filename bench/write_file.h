@@ -11,6 +11,7 @@ struct FileForm {
     bool vector = false; // one more variable, of three components
     bool cylindrical = false;
     bool cells = true;
+    bool results = false; // variables alone
     bool big_endian = false;
     bool doubles = false;
     int64_t values_per_record = 0; // 0: an array is one record

@@ -26,33 +26,27 @@ static std::string grid_name(int grid)
 
 // ---- names ----
 
-// A list of names as the reader fills it: rows of 80 bytes, padded with NUL bytes or blanks. A
-// name that fills its row has no NUL.
-class NameRows
+// The first `count` names of a list as the reader fills it: rows of 80 bytes, padded with NUL bytes
+// or blanks. A name that fills its row has no NUL.
+static std::vector<std::string> names_of(const std::vector<char>& rows, int32_t count)
 {
-public:
-    explicit NameRows(int32_t capacity)
-        : capacity_(std::max(capacity, 0)), rows_(static_cast<size_t>(capacity_) * NAME_ROW + 1)
-    {
+    std::vector<std::string> names;
+    for (int32_t row = 0; row < count; ++row) {
+        const char* text = rows.data() + static_cast<size_t>(row) * NAME_ROW;
+        std::string name(text, strnlen(text, NAME_ROW));
+        name.erase(name.find_last_not_of(' ') + 1);
+        names.push_back(std::move(name));
     }
-    char* data() { return rows_.data(); }
-    // The first `count` names, as far as there are rows for them.
-    [[nodiscard]] std::vector<std::string> names(int32_t count) const
-    {
-        std::vector<std::string> names;
-        for (int32_t row = 0; row < std::min(count, capacity_); ++row) {
-            const char* text = rows_.data() + static_cast<size_t>(row) * NAME_ROW;
-            std::string name(text, strnlen(text, NAME_ROW));
-            name.erase(name.find_last_not_of(' ') + 1);
-            names.push_back(std::move(name));
-        }
-        return names;
-    }
+    return names;
+}
 
-private:
-    int32_t capacity_;
-    std::vector<char> rows_;
-};
+// Room for a list, which is kept for the next one: only what the reader wrote is looked at.
+static char* room_for(int32_t capacity, std::vector<char>& rows)
+{
+    const size_t bytes = static_cast<size_t>(std::max(capacity, 0)) * NAME_ROW + 1;
+    if (rows.size() < bytes) rows.resize(bytes);
+    return rows.data();
+}
 
 static constexpr std::string_view X_COMPONENT = " (x-component)";
 
@@ -121,9 +115,9 @@ static std::vector<Variable> variables_of(const std::vector<std::string>& rows, 
 
 // ---- opening ----
 
-static void check_room(const std::string& file, const char* what, int32_t count, size_t names)
+static void check_room(const std::string& file, const char* what, int32_t count, int32_t names)
 {
-    if (static_cast<size_t>(count) <= names) return;
+    if (count <= names) return;
     throw Error(Error::Kind::no_memory, file,
                 "cannot be opened: " + std::to_string(count) + " " + what +
                     ", but there is room for " + std::to_string(names) + " only");
@@ -133,8 +127,8 @@ Contents Dataset::call_header_callback()
 {
     ReaderState& state = *reader_->state_;
     const Listening listening(state);
-    NameRows boundaries(capacities_.boundaries);
-    NameRows variables(capacities_.variables);
+    char* const boundaries = room_for(capacities_.boundaries, state.boundary_rows);
+    char* const variables = room_for(capacities_.variables, state.variable_rows);
     Contents contents;
     contents.node_counts.assign(static_cast<size_t>(std::max(capacities_.grids, 1)), 0);
     int32_t grid_count = 0;
@@ -145,8 +139,8 @@ Contents Dataset::call_header_callback()
     state.services.scanned_files = 0;
     state.reader().read_header(file_.c_str(), nullptr, &DATASET_UNIT, &capacities_.grids,
                                &capacities_.boundaries, &capacities_.variables, &grid_count,
-                               contents.node_counts.data(), &boundary_count, boundaries.data(),
-                               nullptr, &variable_count, variables.data(), &error_flag);
+                               contents.node_counts.data(), &boundary_count, boundaries, nullptr,
+                               &variable_count, variables, &error_flag);
     if (error_flag != 0) throw listening.failure(file_, "cannot be opened");
     const auto& counts = contents.node_counts;
     if (grid_count < 0 || grid_count > capacities_.grids || boundary_count < 0 ||
@@ -155,10 +149,10 @@ Contents Dataset::call_header_callback()
         throw listening.failure(file_, "cannot be opened", "the reader gives impossible counts");
     }
     contents.node_counts.resize(static_cast<size_t>(grid_count));
-    contents.boundaries = boundaries.names(boundary_count);
-    contents.rows = variables.names(variable_count);
-    check_room(file_, "boundaries", boundary_count, contents.boundaries.size());
-    check_room(file_, "variables", variable_count, contents.rows.size());
+    check_room(file_, "boundaries", boundary_count, std::max(capacities_.boundaries, 0));
+    check_room(file_, "variables", variable_count, std::max(capacities_.variables, 0));
+    contents.boundaries = names_of(state.boundary_rows, boundary_count);
+    contents.rows = names_of(state.variable_rows, variable_count);
     contents.variables = variables_of(contents.rows, state.is_linked);
     row_count_ = variable_count;
     // A file without a grid of its own is opened together with the file that has it.

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace fld_host
 {
@@ -16,8 +17,10 @@ struct ReaderState {
     CheckedServices services;
     std::unique_ptr<ReaderLibrary> library;
     bool is_linked = false;
-    size_t chosen = 0;        // among the registered readers
-    std::string said;         // by the linked reader, until it is taken
+    size_t chosen = 0;               // among the registered readers
+    std::string said;                // by the linked reader, until it is taken
+    std::vector<char> boundary_rows; // names, as a header callback leaves them
+    std::vector<char> variable_rows;
     int64_t open_dataset = 0; // the dataset that the reader holds; 0: none of ours
 
     [[nodiscard]] const RegisteredReader& reader() const
