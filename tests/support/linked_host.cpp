@@ -2,7 +2,7 @@
 
 #include "trace_text.h"
 
-#include <cstring>
+#include <bit>
 
 namespace fld_test
 {
@@ -63,9 +63,9 @@ static void read_grid(fld_host::Dataset& dataset, int grid, LinkedVisit& visit)
 {
     const fld_host::Contents& contents = dataset.contents();
     const auto nodes = static_cast<size_t>(contents.node_counts[static_cast<size_t>(grid)]);
-    std::vector<float> coords(3 * nodes), values(contents.rows.size() * nodes);
-    memset(coords.data(), UNTOUCHED, coords.size() * sizeof(float));
-    memset(values.data(), UNTOUCHED, values.size() * sizeof(float));
+    const auto untouched = std::bit_cast<float>(UNTOUCHED * 0x01010101U);
+    std::vector<float> coords(3 * nodes, untouched);
+    std::vector<float> values(contents.rows.size() * nodes, untouched);
     fld_host::Buffers buffers{coords.data(), {}};
     for (const fld_host::Variable& variable : contents.variables) {
         buffers.variables.push_back(values.data() +
