@@ -42,6 +42,7 @@ Turn::Turn(ReaderState& state)
 
 Turn::~Turn()
 {
+    ReaderLibrary::make_none_current();
     whose_turn = std::thread::id();
     one_at_a_time.unlock();
 }

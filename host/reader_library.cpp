@@ -210,10 +210,7 @@ ReaderLibrary::ReaderLibrary(const std::string& path, Services& services)
 
 ReaderLibrary::~ReaderLibrary()
 {
-    if (current_registrations == &registrations_) {
-        current_registrations = nullptr;
-        current_services = nullptr;
-    }
+    if (current_registrations == &registrations_) make_none_current();
     if (handle_) dlclose(handle_);
 }
 
@@ -221,6 +218,12 @@ void ReaderLibrary::make_current()
 {
     current_services = &services_;
     current_registrations = &registrations_;
+}
+
+void ReaderLibrary::make_none_current()
+{
+    current_services = nullptr;
+    current_registrations = nullptr;
 }
 
 int ReaderLibrary::set_func(void* entry_point, const char* service_name) const

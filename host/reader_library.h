@@ -96,6 +96,8 @@ public:
     // From now on what readers call goes to the services of this one. So it is when the object is
     // made; calls that come when the services' library is gone are refused.
     void make_current();
+    // Calls that come while nobody calls a reader are refused.
+    static void make_none_current();
 
     // The two exports, called as they are.
     int set_func(void* entry_point, const char* service_name) const;

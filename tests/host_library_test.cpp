@@ -75,7 +75,9 @@ protected:
     }
     ~HostLibrary() override
     {
-        if (!GetParam()) (void)testing::internal::GetCapturedStdout();
+        if (GetParam()) return;
+        const std::string printed = testing::internal::GetCapturedStdout();
+        if (HasFailure()) std::cout << printed;
     }
     std::string write(const std::string& folder, const std::vector<NamedFile>& files) const
     {
@@ -180,7 +182,8 @@ TEST_P(HostLibrary, opens_any_number_of_datasets)
         alone.push_back(deliver(dataset, 0, dataset.everything()));
     }
     EXPECT_NE(alone[0], alone[1]);
-    fld_host::Dataset first(reader, paths[0]), second(reader, paths[1]);
+    // Beside a loaded reader the linked one is at work too.
+    fld_host::Dataset first(reader, paths[0]), second(Reader::linked(), paths[1]);
     const auto work = [&](size_t turn) {
         for (int i = 0; i < 25; ++i, ++turn) {
             fld_host::Dataset& dataset = turn % 2 == 0 ? first : second;
@@ -194,6 +197,7 @@ TEST_P(HostLibrary, opens_any_number_of_datasets)
     // What is another file by now is noticed when its turn comes.
     (void)write("a", {{"a.fld", added(tetrahedron_file(), scalar("T", "", {1, 2, 3, 4}))}});
     EXPECT_EQ(deliver(second, 0, second.everything()), alone[1]);
+    const fld_host::Dataset another(reader, paths[1]);
     try {
         (void)deliver(first, 0, first.everything());
         ADD_FAILURE() << "not noticed";
