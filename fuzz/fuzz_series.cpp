@@ -12,12 +12,12 @@ using fld_fuzz::require;
 
 constexpr size_t MAX_FILES = 12;
 
-struct Place {
+struct NamePlace {
     fld_test::TemporaryDirectory originals, directory;
     std::string files[2];
     int home = ::open(".", O_RDONLY | O_CLOEXEC);
 
-    Place()
+    NamePlace()
     {
         const fld_test::FldFile grid{
             {{fld_test::coordinate_system(0), fld_test::nodes({{0, 0, 0}, {1, 0, 0}}),
@@ -40,7 +40,7 @@ static std::vector<std::string> split_names(const std::string& text)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const Place place;
+    static const NamePlace place;
     const bool by_path = size > 0 && data[0] == '/';
     const auto names = split_names({reinterpret_cast<const char*>(data) + by_path, size - by_path});
     if (names.empty()) return 0;

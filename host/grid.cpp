@@ -29,7 +29,7 @@ FaceKey face_key(int32_t vertex_count, const int32_t* nodes)
 
 FaceKey cell_face_key(Shape shape, int face, const int32_t* nodes)
 {
-    int32_t of_face[4];
+    int32_t of_face[4] = {};
     int32_t count = 0;
     for (uint32_t mask = face_masks[static_cast<int>(shape)][face]; mask != 0; mask &= mask - 1) {
         of_face[count++] = nodes[std::countr_zero(mask)];
