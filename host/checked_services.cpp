@@ -7,6 +7,13 @@ namespace fld_host
 
 constexpr size_t BLOCK = 4096; // cells, or faces
 
+void CheckedServices::begin_call()
+{
+    scanned_files = 0;
+    cancelled_ = false;
+    sink_threw_ = false;
+}
+
 void CheckedServices::begin_grid(GridSink& sink, const Filter& filter, int32_t node_count,
                                  int32_t boundary_count)
 {
@@ -19,7 +26,6 @@ void CheckedServices::begin_grid(GridSink& sink, const Filter& filter, int32_t n
     faces_ = 0;
     problem_.clear();
     thrown_ = nullptr;
-    cancelled_ = false;
 }
 
 std::string CheckedServices::end_grid()
@@ -38,7 +44,10 @@ std::string CheckedServices::end_grid()
     face_boundaries_.clear();
     face_sizes_.clear();
     face_nodes_.clear();
-    if (thrown_) std::rethrow_exception(std::exchange(thrown_, nullptr));
+    if (thrown_) {
+        sink_threw_ = true;
+        std::rethrow_exception(std::exchange(thrown_, nullptr));
+    }
     return problem_;
 }
 
@@ -201,7 +210,9 @@ int CheckedServices::create_cell(Shape shape, const int32_t* face_flags, const i
     uint32_t walls = 0;
     if (!sink_ || thrown_ || cancelled_ || !all_are_nodes(shape, nodes, node_count_) ||
         (any_flag_set(shape, face_flags) && !wall_bits(shape, face_flags, &walls))) {
-        if (problem_.empty() && !thrown_ && !cancelled_) problem_ = cell_problem(shape, nodes);
+        if (problem_.empty() && !thrown_ && !cancelled_) {
+            (void)guarded([&] { problem_ = cell_problem(shape, nodes); });
+        }
         return 0;
     }
     ++cells_;
@@ -235,7 +246,7 @@ int CheckedServices::create_boundary_face(int32_t boundary_type, int32_t vertex_
                        first_wrong_node(nodes, vertex_count, node_count_) < 0;
     if (!right) {
         if (problem_.empty() && !thrown_ && !cancelled_) {
-            problem_ = face_problem(boundary_type, vertex_count, nodes);
+            (void)guarded([&] { problem_ = face_problem(boundary_type, vertex_count, nodes); });
         }
         return 1;
     }

@@ -35,9 +35,12 @@ public:
     // Asks the sink, which must not be asked before begin_grid; false also when it threw.
     bool go_on(int64_t bytes_done, int64_t bytes_in_all);
     [[nodiscard]] bool is_cancelled() const { return cancelled_; }
+    [[nodiscard]] bool sink_threw() const { return sink_threw_; }
+    // Before a call of the reader: what came of the last one no longer counts.
+    void begin_call();
 
-    // Files that the reader has scanned from end to end since the counter was set to 0: the reader
-    // sets its options after each.
+    // Files that the reader has scanned from end to end since the call began: the reader sets its
+    // options after each.
     int32_t scanned_files = 0;
 
     int create_cell(Shape shape, const int32_t* face_flags, const int32_t* nodes) override;
@@ -65,6 +68,7 @@ private:
     std::string problem_;
     std::exception_ptr thrown_;
     bool cancelled_ = false;
+    bool sink_threw_ = false;
 
     std::vector<Shape> cell_shapes_;
     std::vector<uint8_t> cell_walls_;

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <tuple>
 #include <utility>
 
 namespace fld_host
@@ -48,17 +49,23 @@ static char* room_for(int32_t capacity, std::vector<char>& rows)
     return rows.data();
 }
 
-static constexpr std::string_view X_COMPONENT = " (x-component)";
-
-// Whether the rows from `row` on are the components of one vector, by their names.
-static bool is_vector(const std::vector<std::string>& rows, size_t row)
+// Where the three rows from `row` on name the components of one vector, npos when they do not:
+// "Velocity (x-component) (VEL)" and so on.
+static size_t component_position(const std::vector<std::string>& rows, size_t row)
 {
-    if (row + 3 > rows.size()) return false;
-    const size_t at = rows[row].find(X_COMPONENT);
-    if (at == std::string::npos) return false;
-    const std::string start = rows[row].substr(0, at);
-    return rows[row + 1].starts_with(start + " (y-component)") &&
-           rows[row + 2].starts_with(start + " (z-component)");
+    static constexpr std::string_view marks[] = {" (x-component)", " (y-component)",
+                                                 " (z-component)"};
+    if (row + 3 > rows.size()) return std::string::npos;
+    size_t at = rows[row].find(marks[0]);
+    const auto is_mark = [&](size_t component) {
+        const std::string& other = rows[row + component];
+        return other.compare(0, at, rows[row], 0, at) == 0 &&
+               other.compare(at, marks[component].size(), marks[component]) == 0;
+    };
+    while (at != std::string::npos && !(is_mark(1) && is_mark(2))) {
+        at = rows[row].find(marks[0], at + 1);
+    }
+    return at;
 }
 
 // What stands in the parentheses that begin there.
@@ -68,15 +75,15 @@ static std::string in_parentheses(const std::string& text, size_t at)
     return end == std::string::npos ? text.substr(at + 1) : text.substr(at + 1, end - at - 1);
 }
 
-// "Velocity (x-component) (VEL); Velocity (VEL)" is one of the rows of "Velocity (VEL)".
-static Variable vector_of(const std::string& row, const std::string& known_key)
+// `at`: where its rows name their components; npos when they are too long for it.
+static Variable vector_of(const std::string& row, size_t at, const std::string& known_key)
 {
-    const size_t at = row.find(X_COMPONENT);
-    const size_t behind = at + X_COMPONENT.size();
+    constexpr size_t MARK = std::string_view(" (x-component)").size();
+    if (at == std::string::npos) return {row, known_key, 3, 0};
     std::string name = row.substr(0, at);
-    const bool has_key = row.compare(behind, 2, " (") == 0;
+    const bool has_key = row.compare(at + MARK, 2, " (") == 0;
     std::string key = known_key;
-    if (key.empty()) key = has_key ? in_parentheses(row, behind + 1) : name;
+    if (key.empty()) key = has_key ? in_parentheses(row, at + MARK + 1) : name;
     if (has_key) name += " (" + key + ")";
     return {name, key, 3, 0};
 }
@@ -91,21 +98,27 @@ static Variable scalar_of(const std::string& row, const std::string& known_key)
     return {row, key.empty() ? row : key, 1, 0};
 }
 
-// The key of the section that holds a row, as the linked reader tells it.
-static std::string key_of_row(bool is_linked, size_t row)
+// The section that holds a row, as the linked reader tells it: it decides how many rows the reader
+// fills. Names tell only of rows that no section holds, and of a loaded reader's.
+static Variable variable_at(const std::vector<std::string>& rows, size_t row, bool is_linked)
 {
-    const std::string section = is_linked ? section_of_variable(static_cast<int32_t>(row)) : "";
-    const size_t colon = section.find(':');
-    return colon == std::string::npos ? "" : section.substr(colon + 1);
+    const auto section_of = [&](size_t i) {
+        return std::string(is_linked ? section_of_variable(static_cast<int32_t>(i)) : "");
+    };
+    const std::string section = section_of(row);
+    const std::string key = section.substr(section.find(':') + 1);
+    const size_t at = component_position(rows, row);
+    const bool is_named_so = section.empty() && at != std::string::npos &&
+                             section_of(row + 1).empty() && section_of(row + 2).empty();
+    if (section.starts_with("LS_Vector") || is_named_so) return vector_of(rows[row], at, key);
+    return scalar_of(rows[row], key);
 }
 
 static std::vector<Variable> variables_of(const std::vector<std::string>& rows, bool is_linked)
 {
     std::vector<Variable> variables;
     for (size_t row = 0; row < rows.size();) {
-        const std::string key = key_of_row(is_linked, row);
-        Variable variable =
-            is_vector(rows, row) ? vector_of(rows[row], key) : scalar_of(rows[row], key);
+        Variable variable = variable_at(rows, row, is_linked);
         variable.first_row = static_cast<int>(row);
         row += static_cast<size_t>(variable.components);
         variables.push_back(std::move(variable));
@@ -123,7 +136,8 @@ static void check_room(const std::string& file, const char* what, int32_t count,
                     ", but there is room for " + std::to_string(names) + " only");
 }
 
-Contents Dataset::call_header_callback()
+// Opens the file. Gives what it holds, and the file of each grid, empty when it is not known.
+std::pair<Contents, std::vector<std::string>> Dataset::call_header_callback()
 {
     ReaderState& state = *reader_->state_;
     const Listening listening(state);
@@ -154,17 +168,19 @@ Contents Dataset::call_header_callback()
     contents.boundaries = names_of(state.boundary_rows, boundary_count);
     contents.rows = names_of(state.variable_rows, variable_count);
     contents.variables = variables_of(contents.rows, state.is_linked);
-    row_count_ = variable_count;
+    const Variable* const last = contents.variables.empty() ? nullptr : &contents.variables.back();
+    if (last && last->first_row + last->components > variable_count) {
+        throw listening.failure(file_, "cannot be opened", "the reader gives half a vector");
+    }
     // A file without a grid of its own is opened together with the file that has it.
     contents.results_only = state.services.scanned_files > 1;
-    state.services.scanned_files = 0;
-    grid_files_.assign(static_cast<size_t>(grid_count), "");
-    for (size_t grid = 0; state.is_linked && grid < grid_files_.size(); ++grid) {
-        grid_files_[grid] = file_of_dataset_grid(static_cast<int32_t>(grid) + 1);
+    std::vector<std::string> grid_files(static_cast<size_t>(grid_count));
+    for (size_t grid = 0; state.is_linked && grid < grid_files.size(); ++grid) {
+        grid_files[grid] = file_of_dataset_grid(static_cast<int32_t>(grid) + 1);
     }
-    if (contents.results_only && grid_count > 0) contents.grid_file = grid_files_[0];
+    if (contents.results_only && grid_count > 0) contents.grid_file = grid_files[0];
     state.open_dataset = id_;
-    return contents;
+    return {std::move(contents), std::move(grid_files)};
 }
 
 static std::atomic<int64_t> last_id;
@@ -173,7 +189,7 @@ Dataset::Dataset(std::shared_ptr<Reader> reader, std::string file, const Capacit
     : reader_(std::move(reader)), file_(std::move(file)), capacities_(capacities), id_(++last_id)
 {
     const Turn turn(*reader_->state_);
-    contents_ = call_header_callback();
+    std::tie(contents_, grid_files_) = call_header_callback();
 }
 
 Dataset::~Dataset()
@@ -197,7 +213,8 @@ static bool is_equal(const Contents& a, const Contents& b)
 void Dataset::ensure_open()
 {
     if (reader_->state_->open_dataset == id_) return;
-    if (is_equal(call_header_callback(), contents_)) return;
+    const auto [contents, grid_files] = call_header_callback();
+    if (is_equal(contents, contents_) && grid_files == grid_files_) return;
     reader_->state_->open_dataset = 0;
     throw Error(Error::Kind::changed, file_, "holds something else than when it was opened");
 }
@@ -259,10 +276,14 @@ struct Dataset::Reading {
 
 void Dataset::read_linked(int grid, const Wanted& wanted, const Buffers& buffers, Reading& reading)
 {
-    std::vector<float*> rows(static_cast<size_t>(row_count_) + 1, nullptr);
+    const auto row_count = static_cast<int32_t>(contents_.rows.size());
+    std::vector<float*> rows(contents_.rows.size() + 1, nullptr);
     for (size_t k = 0; k < wanted.variables.size(); ++k) {
         const Variable& variable = contents_.variables[static_cast<size_t>(wanted.variables[k])];
-        rows[static_cast<size_t>(variable.first_row)] = buffers.variables[k];
+        for (int component = 0; component < variable.components; ++component) {
+            rows[static_cast<size_t>(variable.first_row + component)] =
+                buffers.variables[k] + static_cast<int64_t>(component) * reading.node_count;
+        }
     }
     const std::unique_ptr<bool[]> chosen(new bool[reading.boundaries.size() + 1]);
     std::copy(reading.boundaries.begin(), reading.boundaries.end(), chosen.get());
@@ -272,10 +293,10 @@ void Dataset::read_linked(int grid, const Wanted& wanted, const Buffers& buffers
                               .faces = !wanted.boundaries.empty(),
                               .boundaries = reading.all_boundaries ? nullptr : chosen.get(),
                               .rows = rows.data(),
-                              .row_count = row_count_};
+                              .row_count = row_count};
     reading.listening.ask_about(bytes_to_read(grid + 1, request));
     const bool done =
-        read_grid_of_dataset(grid + 1, reading.node_count, buffers.nodes, row_count_, request);
+        read_grid_of_dataset(grid + 1, reading.node_count, buffers.nodes, row_count, request);
     const std::string problem = reading.state.services.end_grid();
     if (!done || !problem.empty()) {
         throw reading.listening.failure(file_, grid_name(grid) + " cannot be read", problem);
@@ -289,11 +310,12 @@ void Dataset::read_loaded(int grid, const Wanted& wanted, const Buffers& buffers
     FloatBuffer own_coords;
     FloatBuffer values;
     float* const coords = wanted.nodes ? buffers.nodes : own_coords.prepare(3 * nodes);
-    float* const all_values = values.prepare(static_cast<size_t>(row_count_) * nodes);
+    float* const all_values = values.prepare(contents_.rows.size() * nodes);
+    const auto row_count = static_cast<int32_t>(contents_.rows.size());
     const int32_t number = grid + 1;
     int32_t error_flag = 1;
     reading.state.reader().read_data(&DATASET_UNIT, &number, &reading.node_count, coords,
-                                     &row_count_, all_values, &error_flag);
+                                     &row_count, all_values, &error_flag);
     const std::string problem = reading.state.services.end_grid();
     if (!problem.empty() || error_flag != 0) {
         throw reading.listening.failure(file_, grid_name(grid) + " cannot be read", problem);
@@ -310,8 +332,11 @@ void Dataset::read(int grid, const Wanted& wanted, const Buffers& buffers, GridS
     ReaderState& state = *reader_->state_;
     const Turn turn(state);
     const int32_t node_count = contents_.node_counts.at(static_cast<size_t>(grid));
-    if ((wanted.nodes && !buffers.nodes && node_count > 0) ||
-        buffers.variables.size() < wanted.variables.size()) {
+    const auto lacks = [&](const float* buffer) { return !buffer && node_count > 0; };
+    if ((wanted.nodes && lacks(buffers.nodes)) ||
+        buffers.variables.size() < wanted.variables.size() ||
+        std::any_of(buffers.variables.begin(),
+                    buffers.variables.begin() + std::ssize(wanted.variables), lacks)) {
         throw std::invalid_argument("a read has no buffer for what it is to deliver");
     }
     std::vector<bool> is_taken(contents_.variables.size(), false);
@@ -338,6 +363,7 @@ void Dataset::read(int grid, const Wanted& wanted, const Buffers& buffers, GridS
         state.is_linked ? read_linked(grid, wanted, buffers, reading)
                         : read_loaded(grid, wanted, buffers, reading);
     } catch (const std::bad_alloc&) {
+        if (state.services.sink_threw()) throw;
         (void)state.services.end_grid();
         throw Error(Error::Kind::no_memory, file_,
                     grid_name(grid) + " cannot be read: not enough memory for " +

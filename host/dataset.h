@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace fld_host
@@ -103,9 +104,8 @@ public:
 
 private:
     struct Reading;
-    void open();
     void ensure_open();
-    [[nodiscard]] Contents call_header_callback();
+    [[nodiscard]] std::pair<Contents, std::vector<std::string>> call_header_callback();
     void read_linked(int grid, const Wanted& wanted, const Buffers& buffers, Reading& reading);
     void read_loaded(int grid, const Wanted& wanted, const Buffers& buffers, Reading& reading);
 
@@ -113,9 +113,9 @@ private:
     std::string file_;
     Capacities capacities_;
     Contents contents_;
-    int64_t id_ = 0; // of this object, in the reader's state
-    int32_t row_count_ = 0;
-    std::vector<std::string> grid_files_; // of each grid; empty when not known
+    int64_t id_ = 0;                      // of this object, in the reader's state
+    std::vector<std::string> grid_files_; // of each grid; empty when not known, as all of a loaded
+                                          // reader's
 };
 
 } // namespace fld_host

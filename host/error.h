@@ -29,7 +29,9 @@ public:
     }
 
     Kind kind;
-    std::string file; // the one to blame: the grid file, when that is the damaged one
+    std::string what_fails; // "cannot be opened", "grid 2 cannot be read"
+    bool has_reason = true; // false: what is said of the reason is a guess
+    std::string file;       // the one to blame: the grid file, when that is the damaged one
     // The linked reader's own lines, which are printed nowhere else; empty for a loaded library,
     // whose lines go where it prints them.
     std::string reader_says;

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <numeric>
 #include <sys/mman.h>
 
 namespace fld_host
@@ -131,48 +133,92 @@ float* FloatBuffer::prepare(size_t count)
 
 static constexpr float UNDEFINED = std::numeric_limits<float>::infinity();
 
-// Ranges of values that are worked on side by side, which a compiler may vectorise.
-struct RangeLanes {
+// Values that are worked on side by side, which a compiler may vectorise.
+struct ValueLanes {
     static constexpr size_t COUNT = 16;
     float minimum[COUNT];
     float maximum[COUNT];
-    uint32_t defined[COUNT];
+    double sum[COUNT];
+    int32_t finite[COUNT];
 };
 
 // Takes `used` values, one per lane. The comparisons are false for whatever is not a number.
-static void take(RangeLanes& lanes, const float* values, size_t used)
+static void take(ValueLanes& lanes, const float* values, size_t used)
 {
     for (size_t k = 0; k < used; ++k) {
         const float value = values[k];
-        const bool is_defined = value < UNDEFINED;
-        const float low = is_defined ? value : UNDEFINED;
-        const float high = is_defined ? value : -UNDEFINED;
+        const bool is_finite = std::fabs(value) < UNDEFINED;
+        const float low = is_finite ? value : UNDEFINED;
+        const float high = is_finite ? value : -UNDEFINED;
         lanes.minimum[k] = low < lanes.minimum[k] ? low : lanes.minimum[k];
         lanes.maximum[k] = high > lanes.maximum[k] ? high : lanes.maximum[k];
-        lanes.defined[k] += is_defined;
+        lanes.sum[k] += static_cast<double>(is_finite ? value : 0.0F);
+        lanes.finite[k] += is_finite;
     }
 }
 
-ValueRange value_range(const float* values, size_t count)
+static int64_t position_of(float value, const float* values, size_t count)
 {
-    RangeLanes lanes;
+    return std::find(values, values + count, value) - values;
+}
+
+static void add_others(const float* values, size_t count, ValueSummary& summary)
+{
+    for (size_t i = 0; i < count; ++i) {
+        summary.undefined += values[i] == UNDEFINED;
+        summary.infinite += values[i] == -UNDEFINED;
+        summary.not_numbers += values[i] != values[i];
+    }
+}
+
+// A few values at a time, so that what is looked at twice is still in the cache. `sum`: of all the
+// finite ones.
+static void add_block(const float* values, int64_t begin, size_t count, ValueSummary& summary,
+                      double& sum)
+{
+    ValueLanes lanes{};
     std::fill(std::begin(lanes.minimum), std::end(lanes.minimum), UNDEFINED);
     std::fill(std::begin(lanes.maximum), std::end(lanes.maximum), -UNDEFINED);
-    std::fill(std::begin(lanes.defined), std::end(lanes.defined), 0U);
+    const float* const block = values + begin;
     size_t done = 0;
-    for (; count - done >= RangeLanes::COUNT; done += RangeLanes::COUNT) {
-        take(lanes, values + done, RangeLanes::COUNT);
+    for (; count - done >= ValueLanes::COUNT; done += ValueLanes::COUNT) {
+        take(lanes, block + done, ValueLanes::COUNT);
     }
-    take(lanes, values + done, count - done);
+    take(lanes, block + done, count - done);
 
-    ValueRange range;
-    for (const uint32_t defined : lanes.defined) range.defined += defined;
-    range.undefined = static_cast<int64_t>(count) - range.defined;
-    if (range.defined == 0) return range;
+    const int64_t finite =
+        std::accumulate(std::begin(lanes.finite), std::end(lanes.finite), int64_t{0});
+    if (finite < static_cast<int64_t>(count)) add_others(block, count, summary);
+    if (finite == 0) return;
+    const float minimum = *std::min_element(std::begin(lanes.minimum), std::end(lanes.minimum));
+    const float maximum = *std::max_element(std::begin(lanes.maximum), std::end(lanes.maximum));
+    if (summary.finite == 0 || minimum < summary.minimum) {
+        summary.minimum = minimum;
+        summary.minimum_at = begin + position_of(minimum, block, count);
+    }
+    if (summary.finite == 0 || maximum > summary.maximum) {
+        summary.maximum = maximum;
+        summary.maximum_at = begin + position_of(maximum, block, count);
+    }
+    sum = std::accumulate(std::begin(lanes.sum), std::end(lanes.sum), sum);
+    summary.finite += finite;
+}
+
+ValueSummary summary_of(const float* values, size_t count)
+{
+    constexpr size_t BLOCK = 4096;
+    ValueSummary summary;
+    double sum = 0;
+    for (size_t begin = 0; begin < count; begin += BLOCK) {
+        add_block(values, static_cast<int64_t>(begin), std::min(BLOCK, count - begin), summary,
+                  sum);
+    }
+    if (summary.finite == 0) return summary;
+    summary.mean = sum / static_cast<double>(summary.finite);
     // Adding 0 makes a negative zero, which would only puzzle, a plain one.
-    range.minimum = *std::min_element(std::begin(lanes.minimum), std::end(lanes.minimum)) + 0.0F;
-    range.maximum = *std::max_element(std::begin(lanes.maximum), std::end(lanes.maximum)) + 0.0F;
-    return range;
+    summary.minimum += 0.0F;
+    summary.maximum += 0.0F;
+    return summary;
 }
 
 } // namespace fld_host

@@ -92,15 +92,20 @@ private:
     size_t capacity_ = 0;
 };
 
-// The range of the values that are defined. Undefined is +infinity, which is how a reader marks a
-// value that it does not have, and whatever is not a number.
-struct ValueRange {
-    float minimum = 0; // meaningful only when a value is defined
+// What values are like. Undefined is +infinity, which is how a reader marks a value that it does
+// not have.
+struct ValueSummary {
+    float minimum = 0; // of the finite values, as all that follows; 0 when there are none
     float maximum = 0;
-    int64_t defined = 0;
+    int64_t minimum_at = 0; // the first that has it, from 0
+    int64_t maximum_at = 0;
+    double mean = 0;
+    int64_t finite = 0;
     int64_t undefined = 0;
+    int64_t not_numbers = 0;
+    int64_t infinite = 0; // negative
 };
 
-ValueRange value_range(const float* values, size_t count);
+ValueSummary summary_of(const float* values, size_t count);
 
 } // namespace fld_host

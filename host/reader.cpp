@@ -1,20 +1,17 @@
 #include "reader.h"
 
+#include "readable.h"
 #include "reader_state.h"
 #include "readers/cradle/exports.h"
 #include "readers/cradle/linked_reader.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <mutex>
 #include <sstream>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 namespace fld_host
@@ -30,13 +27,17 @@ bool Turn::is_mine()
     return whose_turn == std::this_thread::get_id();
 }
 
-Turn::Turn(ReaderState& state)
+Turn::Turn()
 {
     if (is_mine()) {
         throw std::logic_error("a reader was called from inside a call of a reader");
     }
     one_at_a_time.lock();
     whose_turn = std::this_thread::get_id();
+}
+
+Turn::Turn(ReaderState& state) : Turn()
+{
     if (state.library) state.library->make_current();
 }
 
@@ -51,6 +52,7 @@ Turn::~Turn()
 
 Listening::Listening(ReaderState& state) : state_(state)
 {
+    state.services.begin_call();
     set_hooks(false);
 }
 
@@ -58,7 +60,16 @@ Listening::~Listening()
 {
     if (!state_.is_linked) return;
     set_reader_hooks({});
-    state_.said += says_;
+    // Of what nobody takes only the end is kept.
+    constexpr size_t KEPT = size_t{1} << 20;
+    try {
+        state_.said += says_;
+        if (state_.said.size() > KEPT) {
+            state_.said.erase(0, state_.said.find('\n', state_.said.size() - KEPT) + 1);
+        }
+    } catch (const std::bad_alloc&) {
+        state_.said.clear();
+    }
 }
 
 void Listening::set_hooks(bool with_questions)
@@ -103,23 +114,6 @@ bool Listening::go_on(void* context, int64_t bytes)
 
 // ---- what went wrong ----
 
-std::string why_not_readable(const std::string& path)
-{
-    namespace fs = std::filesystem;
-    if (path.empty()) return "the file name is empty";
-    std::error_code failed;
-    const fs::file_status status = fs::status(path, failed);
-    if (status.type() == fs::file_type::not_found) return "there is no such file";
-    if (failed) return failed.message();
-    if (status.type() == fs::file_type::directory) return "is a directory";
-    if (status.type() != fs::file_type::regular) return "is not a regular file";
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return std::strerror(errno);
-    (void)::close(file);
-    if (path.size() > 255) return "the name has more than the 255 bytes that the reader takes";
-    return "";
-}
-
 static bool has(const std::string& text, const char* part)
 {
     return text.find(part) != std::string::npos;
@@ -161,8 +155,11 @@ Error Listening::failure(const std::string& file, const std::string& what,
 {
     using enum Error::Kind;
     const std::string& blamed = last_file_.empty() ? file : last_file_;
-    const auto error = [&](Error::Kind kind, const std::string& reason) {
-        return Error(kind, kind == no_grid_file ? file : blamed, what + ": " + reason, says_);
+    const auto error = [&](Error::Kind kind, const std::string& reason, bool is_known = true) {
+        Error failure(kind, kind == no_grid_file ? file : blamed, what + ": " + reason, says_);
+        failure.what_fails = what;
+        failure.has_reason = is_known;
+        return failure;
     };
     if (state_.services.is_cancelled()) return error(cancelled, "cancelled");
     if (!problem.empty()) return error(damaged, problem);
@@ -183,8 +180,8 @@ Error Listening::failure(const std::string& file, const std::string& what,
     if (has(words, "does not match query count")) return error(changed, words);
     if (words.starts_with("Cannot open ")) return error(cannot_open, "the system does not open it");
     if (!words.empty()) return error(damaged, words);
-    if (!state_.is_linked) return error(damaged, "the reader refuses it");
-    return error(damaged, "the file may be cut short or damaged");
+    if (!state_.is_linked) return error(damaged, "the reader refuses it", false);
+    return error(damaged, "the file may be cut short or damaged", false);
 }
 
 // ---- readers ----
@@ -208,44 +205,43 @@ Reader::Reader(std::unique_ptr<ReaderState> state) : state_(std::move(state))
     }
 }
 
-Reader::~Reader()
-{
-    if (Turn::is_mine()) return; // inside a sink of another reader's
-    const Turn turn(*state_);
-    const CloseCallback close_file = state_->library->registrations().close_file;
-    if (close_file) close_file();
-}
+Reader::~Reader() = default;
+
+// Readers stay for good: a library that came back would share its data with the one that goes.
 
 std::shared_ptr<Reader> Reader::linked()
 {
-    static const std::shared_ptr<Reader> reader = [] {
+    static auto& reader = *new std::shared_ptr<Reader>;
+    static std::atomic<bool> is_there = false;
+    if (is_there) return reader;
+    const Turn turn; // before any lock of a static: a sink that asks is refused
+    if (!is_there) {
         auto state = std::make_unique<ReaderState>();
         state->is_linked = true;
-        const Turn turn(*state);
         state->library = std::make_unique<ReaderLibrary>(
             ReaderExports{reader_set_func, reader_get_func}, state->services);
-        return std::shared_ptr<Reader>(new Reader(start(std::move(state), "the linked reader")));
-    }();
+        reader.reset(new Reader(start(std::move(state), "the linked reader")));
+        is_there = true;
+    }
     return reader;
 }
 
 std::shared_ptr<Reader> Reader::load(const std::string& path)
 {
     // By the file that it is, whatever its name: a library's data is there once.
-    static std::map<std::string, std::weak_ptr<Reader>> loaded;
+    static auto& loaded = *new std::map<std::string, std::shared_ptr<Reader>>;
     std::error_code unknown;
     const std::filesystem::path real = std::filesystem::canonical(path, unknown);
-    const std::string key = unknown ? path : real.string();
+    const Turn turn;
+    std::shared_ptr<Reader>& reader = loaded[unknown ? path : real.string()];
+    if (reader) return reader;
     auto state = std::make_unique<ReaderState>();
-    const Turn turn(*state);
-    if (const std::shared_ptr<Reader> there = loaded[key].lock()) return there;
     try {
         state->library = std::make_unique<ReaderLibrary>(path, state->services);
     } catch (const std::runtime_error& failure) {
         throw Error(Error::Kind::no_reader, "", failure.what());
     }
-    std::shared_ptr<Reader> reader(new Reader(start(std::move(state), path)));
-    loaded[key] = reader;
+    reader.reset(new Reader(start(std::move(state), path)));
     return reader;
 }
 

@@ -21,7 +21,8 @@ public:
     // The reader whose objects are linked in; there is always one, and only one.
     static std::shared_ptr<Reader> linked();
     // Any library with the two exports. Throws Error (no_reader) when it cannot be loaded or does
-    // not behave as a reader must. A library that is loaded already is not loaded again.
+    // not behave as a reader must. A library that is loaded already is not loaded again, and none
+    // is unloaded.
     static std::shared_ptr<Reader> load(const std::string& path);
 
     ~Reader();

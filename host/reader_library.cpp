@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -110,10 +111,14 @@ static int zn_register_data_reader(const char* name, int /*unused*/, int /*unuse
                                    void* /*unused*/, void* /*unused*/, void* /*unused*/,
                                    void* /*unused*/)
 {
-    if (!current_services) return 1;
-    const int refused = current_services->register_reader(name);
-    if (refused == 0) current_registrations->readers.push_back({name, read_header, read_data});
-    return refused;
+    try {
+        if (!current_services || !name || !read_header || !read_data) return 1;
+        const int refused = current_services->register_reader(name);
+        if (refused == 0) current_registrations->readers.push_back({name, read_header, read_data});
+        return refused;
+    } catch (const std::bad_alloc&) { // nothing may be thrown through the library
+        return 1;
+    }
 }
 
 static void register_user_close_file(CloseCallback close_file)

@@ -29,11 +29,13 @@ struct ReaderState {
     }
 };
 
-// While one lives, this thread calls the reader, and no other thread calls any. Throws
-// std::logic_error inside another turn of the same thread.
+// While one lives, this thread calls the reader, and no other thread calls any or looks into files
+// by the record layer, which is one for all. Throws std::logic_error inside another turn of the
+// same thread.
 class Turn
 {
 public:
+    Turn(); // to call no reader
     explicit Turn(ReaderState& state);
     static bool is_mine(); // whether this thread is in one
     ~Turn();
@@ -71,8 +73,5 @@ private:
     int64_t bytes_done_ = 0;
     int64_t bytes_in_all_ = 0;
 };
-
-// Why the system does not let a file be read, in words; empty when it does.
-std::string why_not_readable(const std::string& path);
 
 } // namespace fld_host

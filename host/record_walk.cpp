@@ -1,5 +1,7 @@
 #include "record_walk.h"
 
+#include "readable.h"
+#include "reader_state.h"
 #include "text.h"
 
 #include <algorithm>
@@ -158,16 +160,15 @@ public:
         place_.grid = walk_.grids = 1;
         for (;;) {
             // A grid of no sections is nothing to keep.
-            if (walk_.grids == 1 || !walk_.intact_sections.empty()) walk_.intact_bytes = next_byte_;
+            const bool has_sections =
+                !walk_.sections.empty() && walk_.sections.back().grid == walk_.grids;
+            if (walk_.grids == 1 || has_sections) walk_.intact_bytes = next_byte_;
             const std::string name = take_name();
             if (name == "OverlapEnd") break;
-            if (name.starts_with("OverlapStart_")) {
+            if (name.starts_with("OverlapStart_"))
                 place_.grid = ++walk_.grids;
-                walk_.intact_sections.clear();
-            } else {
+            else
                 walk_items(name);
-                walk_.intact_sections.push_back(name);
-            }
         }
         walk_.bytes_after_end = walk_.bytes - next_byte_;
     }
@@ -224,11 +225,13 @@ private:
     // its markers from the file, so that no count makes this long.
     void walk_items(const std::string& name)
     {
+        WalkedSection section{place_.grid, name, place_.byte, 0, 0, {}};
         place_.section = name;
         for (;;) {
             ++place_.item;
             const auto [size, per_record, records] = take_descriptor();
             if (size == 0 && per_record == 0 && records == 0) break;
+            note_item(section, {size, per_record, records, 1});
             const Content content{"its data", int64_t{size} * per_record};
             place_.data_records = records;
             while (place_.data_record < records) {
@@ -239,6 +242,21 @@ private:
         }
         place_.section.clear();
         place_.item = 0;
+        section.bytes = next_byte_ - section.byte;
+        walk_.sections.push_back(std::move(section));
+    }
+
+    static void note_item(WalkedSection& section, const ItemShape& item)
+    {
+        constexpr size_t MOST_SHAPES = 48;
+        ++section.items;
+        std::vector<ItemShape>& shapes = section.shapes;
+        if (!shapes.empty() && shapes.back().element_size == item.element_size &&
+            shapes.back().per_record == item.per_record && shapes.back().records == item.records) {
+            ++shapes.back().items;
+        } else if (shapes.size() < MOST_SHAPES) {
+            shapes.push_back(item);
+        }
     }
 
     FileWalk& walk_;
@@ -263,9 +281,8 @@ static bool is_big_endian()
 
 // ---- the file ----
 
-static std::string not_unformatted(const std::string& path, int64_t bytes)
+static std::string not_unformatted(const std::string& path)
 {
-    if (bytes == 0) return "the file is empty";
     std::ifstream stream(path, std::ios::binary);
     std::array<char, 4 + MAGIC.size()> start{};
     stream.read(start.data(), start.size());
@@ -278,21 +295,32 @@ static std::string not_unformatted(const std::string& path, int64_t bytes)
 // Opens the file on the unit; gives what is wrong otherwise.
 static std::string open_file(const std::string& path, int64_t* bytes)
 {
+    if (std::string why = why_not_readable(path); !why.empty()) return why;
     std::error_code failed;
-    const auto status = std::filesystem::status(path, failed);
-    if (!std::filesystem::exists(status)) return "cannot be opened: " + failed.message();
-    if (std::filesystem::is_directory(status)) return "it is a directory";
-    if (!std::filesystem::is_regular_file(status)) return "it is not a regular file";
     *bytes = static_cast<int64_t>(std::filesystem::file_size(path, failed));
     switch (nzn_open_unit(UNIT, path.c_str())) {
     case NZN_OK: return "";
-    case NZN_NOT_UNFORMATTED: return not_unformatted(path, *bytes);
-    default: return "cannot be opened";
+    case NZN_NOT_UNFORMATTED: return not_unformatted(path);
+    default: return "the system does not open it";
     }
 }
 
+namespace
+{
+
+struct OpenUnit {
+    OpenUnit() = default;
+    ~OpenUnit() { nzn_close_unit(UNIT); }
+    OpenUnit(const OpenUnit&) = delete;
+    OpenUnit& operator=(const OpenUnit&) = delete;
+};
+
+} // namespace
+
 FileWalk walk_file(const std::string& path)
 {
+    const Turn turn;
+    const OpenUnit closed_in_the_end;
     FileWalk walk;
     walk.damage = open_file(path, &walk.bytes);
     if (!walk.damage.empty()) return walk;
@@ -305,8 +333,16 @@ FileWalk walk_file(const std::string& path)
     } catch (const Damage& damage) {
         walk.damage = damage.what;
     }
-    nzn_close_unit(UNIT);
     return walk;
+}
+
+std::string name_record(const std::string& name, bool big_endian)
+{
+    std::string marker = {NAME_LENGTH, 0, 0, 0};
+    if (big_endian) std::reverse(marker.begin(), marker.end());
+    std::string text = name;
+    text.resize(NAME_LENGTH, ' ');
+    return marker + text + marker;
 }
 
 } // namespace fld_host

@@ -20,19 +20,41 @@ struct WalkPlace {
     int64_t data_records = 0;
 };
 
+// Items of one shape that follow one another.
+struct ItemShape {
+    int32_t element_size; // bytes
+    int32_t per_record;   // elements
+    int32_t records;
+    int64_t items; // of this shape
+};
+
+// A section of a grid, or a keyword of the header, from its name to its end record.
+struct WalkedSection {
+    int32_t grid; // from 1; 0: the header
+    std::string name;
+    int64_t byte; // where its name begins
+    int64_t bytes;
+    int64_t items;
+    std::vector<ItemShape> shapes; // of the first items, some dozens of shapes at most
+};
+
 struct FileWalk {
     int64_t bytes = 0;
     bool big_endian = false;
     int64_t records = 0; // in good order
     int32_t grids = 0;
-    std::string damage; // in words; empty: the walk arrived at "OverlapEnd"
-    WalkPlace place;    // of the damage
+    std::string damage;                  // in words; empty: the walk arrived at "OverlapEnd"
+    WalkPlace place;                     // of the damage
+    std::vector<WalkedSection> sections; // the complete ones, in their order
     // Up to where everything is in good order and no section is left open: 0, or in a grid.
     int64_t intact_bytes = 0;
-    std::vector<std::string> intact_sections; // of the last grid
-    int64_t bytes_after_end = 0;              // behind "OverlapEnd"
+    int64_t bytes_after_end = 0; // behind "OverlapEnd"
 };
 
+// Reads markers, names and descriptors only.
 FileWalk walk_file(const std::string& path);
+
+// A record of 32 characters as it stands in a file, with its markers.
+std::string name_record(const std::string& name, bool big_endian);
 
 } // namespace fld_host

@@ -82,11 +82,11 @@ static std::optional<bool> ask_for_grid(const std::shared_ptr<Reader>& reader,
                                         const std::string& path)
 {
     namespace fs = std::filesystem;
-    std::string folder = (fs::temp_directory_path() / "fld-XXXXXX").string();
-    if (!mkdtemp(folder.data())) return std::nullopt;
+    std::error_code failed;
+    std::string folder = (fs::temp_directory_path(failed) / "fld-XXXXXX").string();
+    if (failed || !mkdtemp(folder.data())) return std::nullopt;
     const std::string link = folder + "/file";
     std::optional<bool> found;
-    std::error_code failed;
     fs::create_symlink(fs::absolute(path), link, failed);
     try {
         if (!failed) found = !Dataset(reader, link).contents().results_only;

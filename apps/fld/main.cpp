@@ -1,61 +1,292 @@
-// The program "fld": shows what FLD files hold, through the reader library.
+// The program "fld": shows what FLD files hold.
 
-#include "check.h"
-#include "info.h"
+#include "commands.h"
 #include "output.h"
-#include "series_command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
 #include <iostream>
+#include <unistd.h>
 
 using namespace fld_host;
 
-static constexpr int FAILURE = 1;
-static constexpr int WRONG_USAGE = 2;
-
 struct Options {
     std::vector<std::string> files;
-    std::string series_file;
+    std::string file, other;
     std::string reader;
     std::string library;
+    InfoChoice info;
+    Tolerances tolerances;
+    std::vector<std::string> variables; // of "diff": NAME, or NAME=ABSOLUTE[,RELATIVE]
+    bool follow = false;
+    bool whole_series = false;
     bool json = false;
 };
 
-static void add_common_options(CLI::App& command, Options& options)
+using Run = std::function<int(const Request&)>;
+
+// ---- the commands ----
+
+static constexpr const char* EXAMPLES = R"(
+Examples:
+  fld list run_*.fld                      a line for each file
+  fld info run_0120.fld --variable PRES   the pressure alone
+  fld check run_*.fld && echo all whole
+  fld salvage broken.fld saved.fld        what can still be read of a file
+  fld diff a.fld b.fld --relative 1e-5    exit status 0: equal within 0.001 %
+  fld series --follow run_0001.fld        new steps of a running solver
+
+Exit status: 0 done; 1 a file could not be read, or is not whole; 2 wrong usage.
+"fld diff": 0 equal, 1 different, 2 wrong usage, 3 a file could not be read.
+"fld help COMMAND" tells more.)";
+
+static CLI::App* add_command(CLI::App& app, const char* name, const char* description,
+                             Options& options)
 {
-    command.add_flag("--json", options.json, "Print JSON");
-    command.add_option("--reader", options.reader,
-                       "The reader to use, by its name, such as \"SC/Tetra [Direct Reader]\"");
-    command.add_option("--library", options.library,
-                       "A reader library to use in place of the reader in this program");
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->add_flag("--json", options.json, "Print JSON, as docs/json.md describes it");
+    command->add_option("--reader", options.reader,
+                        "The reader to use, by its name, such as \"SC/Tetra [Direct Reader]\"");
+    command->add_option("--library", options.library,
+                        "A reader library to use in place of the reader in this program");
+    return command;
 }
 
-static void add_files_command(CLI::App& app, const char* name, const char* description,
-                              Options& options)
+static CLI::App* add_files_command(CLI::App& app, const char* name, const char* description,
+                                   Options& options)
 {
-    CLI::App* command = app.add_subcommand(name, description);
+    CLI::App* const command = add_command(app, name, description, options);
     command->add_option("FILE", options.files, "The files")->required();
-    add_common_options(*command, options);
+    return command;
 }
 
-static int run(const CLI::App& command, const Options& options, FILE* out)
+static void add_commands(CLI::App& app, Options& options)
 {
-    const std::shared_ptr<Reader> reader =
-        options.library.empty() ? Reader::linked() : Reader::load(options.library);
-    if (!options.reader.empty()) {
-        try {
-            reader->choose(options.reader);
-        } catch (const Error& failure) {
-            complain(failure.what());
-            return WRONG_USAGE;
+    CLI::App* const info =
+        add_files_command(app, "info", "Describe the grids and variables of files", options);
+    info->add_option("--grid", options.info.grids,
+                     "Only this grid, counted from 1; may be repeated")
+        ->take_all()
+        ->expected(1);
+    info->add_option("--variable", options.info.variables,
+                     "Only this variable, by its name or key; may be repeated")
+        ->take_all()
+        ->expected(1);
+    add_files_command(app, "list", "A line for each file, without reading a grid", options);
+    add_files_command(app, "sections", "What stands where in files", options);
+    add_files_command(app, "check", "Tell whether files are whole, and where they are not",
+                      options);
+    CLI::App* const series =
+        add_files_command(app, "series", "List the time series that files are part of", options);
+    series->add_flag("--follow", options.follow,
+                     "Print each step of a running solver when it is complete, until Ctrl-C");
+    CLI::App* const diff =
+        add_command(app, "diff", "Tell what differs between two files, or two series", options);
+    diff->add_option("A", options.file, "The first file")->required();
+    diff->add_option("B", options.other, "The second file")->required();
+    diff->add_option("--absolute", options.tolerances.all.absolute,
+                     "Values that differ by no more are equal")
+        ->check(CLI::NonNegativeNumber);
+    diff->add_option("--relative", options.tolerances.all.relative,
+                     "The same, as a part of the larger of the two")
+        ->check(CLI::NonNegativeNumber);
+    diff->add_option("--variable", options.variables,
+                     "Only this variable, by its name or key; with =ABSOLUTE or "
+                     "=ABSOLUTE,RELATIVE instead: other tolerances for it; may be repeated")
+        ->take_all()
+        ->expected(1);
+    diff->add_flag("--series", options.whole_series,
+                   "Compare the series that the two files are part of, step by step");
+    CLI::App* const salvage =
+        add_command(app, "salvage", "Write what can still be read of a file to a new one", options);
+    salvage->add_option("FILE", options.file, "The damaged file")->required();
+    salvage->add_option("OUT", options.other, "The new file, which must not be there")->required();
+}
+
+static int run(const std::string& command, const Options& options, const Request& request)
+{
+    if (command == "info") return run_info(request, options.files, options.info);
+    if (command == "list") return run_list(request, options.files);
+    if (command == "sections") return run_sections(request, options.files);
+    if (command == "check") return run_check(request, options.files);
+    if (command == "series") {
+        return options.follow ? follow_series(request, options.files.front())
+                              : run_series(request, options.files);
+    }
+    if (command == "salvage") return run_salvage(request, options.file, options.other);
+    return run_diff(request, options.file, options.other, options.tolerances, options.whole_series);
+}
+
+// ---- usage ----
+
+static int wrong_usage(const std::string& what, const std::string& help)
+{
+    complain(what + " (see " + help + ")");
+    return WRONG_USAGE;
+}
+
+// How many letters one must change, add or leave out to make one word of the other.
+static size_t distance(const std::string& a, const std::string& b)
+{
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
         }
     }
-    const std::string name = options.reader.empty() ? reader->names().front() : options.reader;
-    const std::string& what = command.get_name();
-    const bool done = what == "series" ? run_series(reader, options.series_file, options.json, out)
-                      : what == "info" ? run_info(reader, name, options.files, options.json, out)
-                                       : run_check(reader, options.files, options.json, out);
-    return done ? 0 : FAILURE;
+    return row[b.size()];
+}
+
+static CLI::App* find_command(CLI::App& app, const std::string& name)
+{
+    for (CLI::App* command : app.get_subcommands({})) {
+        if (command->get_name() == name) return command;
+    }
+    return nullptr;
+}
+
+static int unknown_command(CLI::App& app, const std::string& name)
+{
+    std::string nearest;
+    size_t least = SIZE_MAX;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        const size_t changes = distance(name, command->get_name());
+        if (changes < least) nearest = command->get_name();
+        least = std::min(least, changes);
+    }
+    return wrong_usage("unknown command \"" + name + "\"; did you mean \"" + nearest + "\"?",
+                       "fld help");
+}
+
+static int help(CLI::App& app, const std::vector<std::string>& words)
+{
+    if (words.size() > 2) return wrong_usage("help takes one command", "fld help");
+    if (words.size() == 1) {
+        std::cout << app.help();
+        return DONE;
+    }
+    CLI::App* const command = find_command(app, words[1]);
+    if (!command) return unknown_command(app, words[1]);
+    std::cout << command->help("fld");
+    return DONE;
+}
+
+// A file whose name begins with a dash, which is taken for an option.
+static std::string dashed_file(const std::vector<std::string>& words)
+{
+    std::error_code failed;
+    for (const std::string& word : words) {
+        if (word.starts_with('-') && std::filesystem::exists(word, failed)) return word;
+    }
+    return "";
+}
+
+static void take_tolerances(Options& options)
+{
+    for (const std::string& text : options.variables) {
+        const size_t equals = text.rfind('=');
+        if (equals == std::string::npos) {
+            options.tolerances.chosen.push_back(text);
+            continue;
+        }
+        Tolerance tolerance;
+        char* end = nullptr;
+        tolerance.absolute = std::strtod(text.c_str() + equals + 1, &end);
+        if (*end == ',') tolerance.relative = std::strtod(end + 1, &end);
+        if (*end != '\0' || end == text.c_str() + equals + 1 || !(tolerance.absolute >= 0) ||
+            !(tolerance.relative >= 0)) {
+            throw CLI::ValidationError("--variable", "\"" + text + "\" gives no tolerance");
+        }
+        options.tolerances.variables[text.substr(0, equals)] = tolerance;
+    }
+}
+
+// Parses the arguments. True when a command is to be run; otherwise `status` is the program's.
+static bool parse(CLI::App& app, int argc, char** argv, Options& options, int* status)
+{
+    const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    const std::string first = words.empty() ? "" : words[0];
+    if (first == "help") {
+        *status = help(app, words);
+        return false;
+    }
+    const bool is_command = find_command(app, first) != nullptr;
+    if (!first.empty() && first[0] != '-' && !is_command) {
+        *status = unknown_command(app, first);
+        return false;
+    }
+    try {
+        app.parse(argc, argv);
+        take_tolerances(options);
+        if (options.follow && options.files.size() > 1) {
+            throw CLI::ValidationError("--follow", "one file only");
+        }
+        return true;
+    } catch (const CLI::ParseError& problem) {
+        if (problem.get_exit_code() == 0) {
+            *status = app.exit(problem);
+            return false;
+        }
+        std::string what = problem.what();
+        std::replace(what.begin(), what.end(), '\n', ' ');
+        const std::string dashed = dashed_file(words);
+        if (!dashed.empty()) what += "; for the file write ./" + dashed;
+        *status = wrong_usage(what, is_command ? "fld help " + first : "fld help");
+        return false;
+    }
+}
+
+// ---- the program ----
+
+// Whoever starts a program without standard input, output or error would have it write into the
+// next files that it opens. Gives whether standard output is there.
+static bool fill_standard_files()
+{
+    const bool has_output = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+    for (int file = 0; file >= 0 && file <= STDERR_FILENO;) file = open("/dev/null", O_RDWR);
+    return has_output;
+}
+
+// A name without a slash is a file here, not one of the system's libraries.
+static std::string library_path(const std::string& name)
+{
+    return name.find('/') == std::string::npos ? "./" + name : name;
+}
+
+static int run_command(const CLI::App& app, const Options& options)
+{
+    if (!fill_standard_files()) {
+        complain("standard output is closed");
+        return FAILURE;
+    }
+    Request request;
+    request.command = app.get_subcommands().front()->get_name();
+    request.json = options.json;
+    request.out = claim_standard_output();
+    request.reader =
+        options.library.empty() ? Reader::linked() : Reader::load(library_path(options.library));
+    if (!options.reader.empty()) {
+        try {
+            request.reader->choose(options.reader);
+        } catch (const Error& failure) {
+            return wrong_usage(failure.what(), "fld help " + request.command);
+        }
+    }
+    request.reader_name = options.reader;
+    const int status = run(request.command, options, request);
+    const bool written = ferror(request.out) == 0;
+    if (fclose(request.out) == 0 && written) return status;
+    complain("standard output: cannot be written");
+    return FAILURE;
 }
 
 int main(int argc, char** argv)
@@ -64,27 +295,11 @@ try {
     CLI::App app("Shows what FLD result files hold.", "fld");
     app.set_version_flag("--version", "fld " FLD_VERSION);
     app.require_subcommand(1);
-    add_files_command(app, "info", "Describe the grids and variables of files", options);
-    add_files_command(app, "check", "Tell whether files are whole, and where they are not",
-                      options);
-    CLI::App* series = app.add_subcommand("series", "List the time series that a file is part of");
-    series->add_option("FILE", options.series_file, "One file of the series")->required();
-    add_common_options(*series, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& problem) {
-        if (problem.get_exit_code() == 0) return app.exit(problem);
-        std::cerr << "fld: " << problem.what() << " (see fld --help)\n";
-        return WRONG_USAGE;
-    }
-
-    FILE* out = claim_standard_output();
-    const int status = run(*app.get_subcommands().front(), options, out);
-    const bool written = ferror(out) == 0;
-    if (fclose(out) == 0 && written) return status;
-    report("standard output", "cannot be written");
-    return FAILURE;
+    app.footer(EXAMPLES);
+    add_commands(app, options);
+    int status = DONE;
+    return parse(app, argc, argv, options, &status) ? run_command(app, options) : status;
 } catch (const std::exception& failure) {
-    std::cerr << "fld: " << failure.what() << '\n';
+    complain(failure.what());
     return FAILURE;
 }

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <map>
 #include <sys/ioctl.h>
 #include <system_error>
 #include <unistd.h>
@@ -14,32 +16,24 @@ namespace fld_host
 // ---- standard output and standard error ----
 
 static std::string library_text;
-static constexpr size_t KEPT_TEXT = 2000;
+static constexpr size_t KEPT_TEXT = 20000;
 static bool progress_is_shown;
-
-static std::string printable_lines(std::string_view text)
-{
-    std::string lines;
-    for (size_t start = 0; start < text.size();) {
-        const size_t end = std::min(text.find('\n', start), text.size());
-        lines += printable(text.substr(start, end - start));
-        if (end < text.size()) lines += '\n';
-        start = end + 1;
-    }
-    return lines;
-}
 
 // Where the C library hands over what the reader has printed.
 static ssize_t take_library_message(void* /*cookie*/, const char* text, size_t size)
 {
-    clear_progress();
-    const std::string lines = printable_lines({text, size});
-    library_text += lines;
+    library_text.append(text, size);
     if (library_text.size() > KEPT_TEXT) {
         library_text.erase(0, library_text.find('\n', library_text.size() - KEPT_TEXT) + 1);
     }
-    (void)fwrite(lines.data(), 1, lines.size(), stderr);
     return static_cast<ssize_t>(size);
+}
+
+// A library may end the process: what it said then is not lost.
+static void pass_on_last_words()
+{
+    const std::string text = take_library_text();
+    if (!text.empty()) pass_on(text.substr(0, text.find_last_not_of('\n') + 1));
 }
 
 FILE* claim_standard_output()
@@ -53,18 +47,11 @@ FILE* claim_standard_output()
     cookie_io_functions_t functions = {};
     functions.write = take_library_message;
     FILE* messages = fopencookie(nullptr, "w", functions);
-    if (!messages) throw std::system_error(errno, std::generic_category(), "standard output");
-    setvbuf(messages, nullptr, _IOLBF, BUFSIZ);
+    if (!messages || atexit(pass_on_last_words) != 0) {
+        throw std::system_error(errno, std::generic_category(), "standard output");
+    }
     stdout = messages;
     return stream;
-}
-
-void pass_on(const std::string& messages)
-{
-    if (messages.empty()) return;
-    clear_progress();
-    const std::string lines = printable_lines(messages);
-    (void)fwrite(lines.data(), 1, lines.size(), stderr);
 }
 
 std::string take_library_text()
@@ -73,48 +60,116 @@ std::string take_library_text()
     return std::exchange(library_text, {});
 }
 
-void complain(const std::string& what)
+void pass_on(const std::string& line)
 {
-    (void)fflush(stdout);
     clear_progress();
-    const std::string line = "fld: " + printable(what) + '\n';
-    (void)fputs(line.c_str(), stderr);
+    (void)fprintf(stderr, "%s\n", printable(line).c_str());
 }
 
-void report(const std::string& subject, const std::string& what)
+void complain(const std::string& what)
 {
-    complain(subject + ": " + what);
+    pass_on("fld: " + what);
 }
 
 // ---- progress ----
 
-// Columns of the terminal at standard error, 0 when there is none.
-static size_t terminal_width()
+// Columns of the terminal that a stream goes to, 0 when it is none.
+static size_t terminal_width(FILE* stream)
 {
     winsize size = {};
-    if (!isatty(STDERR_FILENO)) return 0;
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+    const int file = fileno(stream);
+    if (!isatty(file)) return 0;
+    const bool known = ioctl(file, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
     return known ? size.ws_col : 80;
 }
 
-void show_progress(const std::string& text)
+static size_t progress_width()
 {
-    const size_t width = terminal_width();
-    if (width == 0) return;
-    std::string line = printable(text);
+    const char* const terminal = getenv("TERM");
+    const bool can_clear = terminal && strcmp(terminal, "dumb") != 0;
+    return can_clear ? terminal_width(stderr) : 0;
+}
+
+Progress::Progress(std::string file, size_t number, size_t count) : file_(std::move(file))
+{
+    if (count > 1) {
+        file_ += " (file " + std::to_string(number) + " of " + std::to_string(count) + ")";
+    }
+}
+
+Progress::~Progress()
+{
+    clear_progress();
+}
+
+static std::string megabytes(int64_t bytes)
+{
+    return grouped(bytes / 1'000'000) + " MB";
+}
+
+bool Progress::show(const std::string& what, int64_t done, int64_t all)
+{
+    const size_t width = progress_width();
+    if (width == 0) return true;
+    const auto now = Clock::now();
+    const bool is_new = what != what_;
+    if (!is_new && now - shown_ < std::chrono::milliseconds(100)) return true;
+    if (is_new) begin_ = now;
+    shown_ = now;
+    what_ = what;
+    std::string line = file_ + ": " + what;
+    if (all > 0) {
+        line += ", " + megabytes(done) + " of " + megabytes(all) + ", " +
+                std::to_string(100 * done / all) + " %";
+        const double seconds = std::chrono::duration<double>(now - begin_).count();
+        if (done > 0 && seconds > 1) {
+            const double left =
+                seconds * static_cast<double>(all - done) / static_cast<double>(done);
+            line += ", " + std::to_string(static_cast<int64_t>(left) + 1) + " s left";
+        }
+    }
+    line = printable(line);
     // A line that wraps could not be cleared.
     while (display_width(line) >= width) line.pop_back();
     (void)fprintf(stderr, "\r\033[K%s", line.c_str());
     progress_is_shown = true;
+    return true;
 }
 
 void clear_progress()
 {
-    if (progress_is_shown) (void)fputs("\r\033[K", stderr);
-    progress_is_shown = false;
+    if (std::exchange(progress_is_shown, false)) (void)fputs("\r\033[K", stderr);
 }
 
 // ---- tables ----
+
+// The start of a text that fits into so many columns, broken at a blank when there is one.
+static std::string take_start(std::string& text, size_t width)
+{
+    size_t end = text.size();
+    while (display_width(text.substr(0, end)) > width) {
+        do --end;
+        while (end > 1 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U);
+    }
+    if (end < text.size()) {
+        const size_t blank = text.rfind(' ', end);
+        if (blank != std::string::npos && text.find_first_not_of(' ') < blank) end = blank;
+    }
+    std::string start = text.substr(0, end);
+    text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
+    return start;
+}
+
+static std::string row_line(const std::vector<std::string>& row, const std::vector<size_t>& widths,
+                            size_t begin, size_t end)
+{
+    std::string line;
+    for (size_t c = begin; c < end; ++c) {
+        const std::string cell = c < row.size() ? row[c] : "";
+        line += std::string(2 + widths[c] - display_width(cell), ' ') + cell;
+    }
+    return line;
+}
 
 void Table::print(FILE* out, const char* indent) const
 {
@@ -125,15 +180,53 @@ void Table::print(FILE* out, const char* indent) const
             widths[c] = std::max(widths[c], display_width(row[c]));
         }
     }
-    for (const auto& row : rows_) {
-        std::string line = indent;
-        for (size_t c = 0; c < row.size(); ++c) {
-            const std::string padding(widths[c] - display_width(row[c]), ' ');
-            line += c == 0 ? row[c] + padding : "  " + padding + row[c];
+    const size_t terminal = terminal_width(out);
+    const size_t room = terminal == 0 ? SIZE_MAX : std::max<size_t>(terminal, 24) - strlen(indent);
+    size_t all = 0;
+    for (const size_t width : widths) all += width + 2;
+    const size_t first =
+        all - 2 > room ? std::min(widths[0], std::max<size_t>(room / 2, 10)) : widths[0];
+    for (size_t begin = 1; begin == 1 || begin < widths.size();) {
+        size_t end = begin;
+        size_t taken = first;
+        while (end < widths.size() && (end == begin || taken + 2 + widths[end] <= room)) {
+            taken += 2 + widths[end++];
         }
-        line.erase(line.find_last_not_of(' ') + 1);
-        (void)fprintf(out, "%s\n", line.c_str());
+        for (const auto& row : rows_) {
+            std::string name = row[0];
+            std::string start = take_start(name, first);
+            std::string line = indent + start + std::string(first - display_width(start), ' ') +
+                               row_line(row, widths, begin, end);
+            line.erase(line.find_last_not_of(' ') + 1);
+            (void)fprintf(out, "%s\n", line.c_str());
+            while (!name.empty()) {
+                (void)fprintf(out, "%s    %s\n", indent, take_start(name, first - 4).c_str());
+            }
+        }
+        begin = std::max(end, begin + 1);
     }
+}
+
+// ---- words ----
+
+std::string counted(int64_t count, const char* what)
+{
+    return grouped(count) + ' ' + what + (count == 1 ? "" : "s");
+}
+
+std::string folded(const std::vector<std::string>& names)
+{
+    std::vector<std::string> order;
+    std::map<std::string, long long> times;
+    for (const std::string& name : names) {
+        if (++times[name] == 1) order.push_back(name);
+    }
+    std::string text;
+    for (const std::string& name : order) {
+        text += (text.empty() ? "" : ", ") + name;
+        if (times[name] > 1) text += " x " + grouped(times[name]);
+    }
+    return text;
 }
 
 } // namespace fld_host

@@ -1,12 +1,19 @@
-#include "series_command.h"
+// "fld series": the time series that files are part of.
+#include "commands.h"
 
-#include "json_output.h"
+#include "check.h"
 #include "output.h"
+#include "readable.h"
 #include "series.h"
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <ctime>
 #include <filesystem>
+#include <map>
 #include <optional>
+#include <set>
 #include <system_error>
 
 namespace fld_host
@@ -14,20 +21,66 @@ namespace fld_host
 
 // ---- gathering ----
 
-static std::vector<SeriesFile> read_series(const std::shared_ptr<Reader>& reader,
-                                           const SeriesName& name)
+// A file without a number stands for itself.
+struct FoundSeries {
+    std::string name; // of the file that was given first
+    std::vector<SeriesFile> files;
+};
+
+static std::vector<SeriesFile> list_files(const std::string& file)
 {
-    std::vector<SeriesFile> files = list_series(name);
-    size_t number = 0;
-    for (SeriesFile& file : files) {
-        show_progress("reading series: file " + std::to_string(++number) + " of " +
-                      std::to_string(files.size()));
-        look_into(reader, file);
-        if (!file.holds_grid) report(file.path, "cannot be opened");
+    const std::optional<SeriesName> name = split_series_name(file);
+    if (!name) return {{file, ""}};
+    try {
+        return list_series(*name);
+    } catch (const std::filesystem::filesystem_error& failure) {
+        throw Error(Error::Kind::cannot_open, name->directory.empty() ? "." : name->directory,
+                    "cannot be listed: " + failure.code().message());
     }
-    (void)reader->take_messages();
-    clear_progress();
-    return files;
+}
+
+// Each series of the files once, in the order in which they are named.
+static std::vector<FoundSeries> find_series(const std::vector<std::string>& files, Report& report)
+{
+    std::vector<FoundSeries> found;
+    std::set<std::string> known;
+    for (const std::string& file : files) {
+        if (known.contains(file)) continue;
+        const std::string why = why_not_readable(file);
+        try {
+            if (!why.empty()) throw Error(Error::Kind::cannot_open, file, why);
+            found.push_back({file, list_files(file)});
+            for (const SeriesFile& one : found.back().files) known.insert(one.path);
+            known.insert(file);
+        } catch (const Error& failure) {
+            known.insert(file);
+            (void)report.fail(failure);
+        }
+    }
+    return found;
+}
+
+static void look_into_all(const Request& request, FoundSeries& series, Report& report)
+{
+    Progress progress("reading series " + series.name);
+    size_t number = 0;
+    for (SeriesFile& file : series.files) {
+        (void)progress.show("file " + std::to_string(++number) + " of " +
+                            std::to_string(series.files.size()));
+        look_into(request.reader, file);
+        if (file.holds_grid && file.time) {
+            (void)request.reader->take_messages();
+            (void)take_library_text();
+            continue;
+        }
+        const std::string why = why_not_readable(file.path);
+        Error failure(Error::Kind::cannot_open, file.path,
+                      why.empty() ? "cannot be read: it is no whole FLD file" : why);
+        failure.what_fails = "cannot be read";
+        failure.has_reason = !why.empty();
+        failure.kind = why.empty() ? Error::Kind::damaged : failure.kind;
+        (void)report.fail(failure);
+    }
 }
 
 // ---- text ----
@@ -42,20 +95,23 @@ static std::string range_text(const MissingNumbers& gap)
     return first + separator + std::to_string(gap.last);
 }
 
-static void print_text(const std::string& file, const std::vector<SeriesFile>& entries, FILE* out)
+static std::string grid_text(const SeriesFile& file)
 {
-    (void)fprintf(out, "series of %s: %zu %s\n\n", printable(file).c_str(), entries.size(),
-                  entries.size() == 1 ? "file" : "files");
+    if (!file.holds_grid) return "unreadable";
+    return *file.holds_grid ? "yes" : "no";
+}
+
+static void print_text(const FoundSeries& series, FILE* out)
+{
+    (void)fprintf(out, "series of %s: %s\n\n", printable(series.name).c_str(),
+                  counted(std::ssize(series.files), "file").c_str());
     Table table({"file", "number", "time", "grid"});
-    for (const SeriesFile& entry : entries) {
-        table.add({printable(std::filesystem::path(entry.path).filename().string()), entry.number,
-                   entry.time ? real_text(*entry.time) : "-",
-                   !entry.holds_grid   ? "unreadable"
-                   : *entry.holds_grid ? "yes"
-                                       : "no"});
+    for (const SeriesFile& file : series.files) {
+        table.add({printable(std::filesystem::path(file.path).filename().string()), file.number,
+                   file.time ? real_text(*file.time) : "-", grid_text(file)});
     }
     table.print(out, "  ");
-    const std::vector<MissingNumbers> gaps = missing_numbers(entries);
+    const std::vector<MissingNumbers> gaps = missing_numbers(series.files);
     if (gaps.empty()) return;
     constexpr size_t SHOWN = 10;
     std::string line = "\nmissing numbers:";
@@ -69,50 +125,124 @@ static void print_text(const std::string& file, const std::vector<SeriesFile>& e
 
 // ---- JSON ----
 
-static nlohmann::json series_json(const std::vector<SeriesFile>& entries)
+static nlohmann::json series_json(const FoundSeries& series)
 {
     nlohmann::json result = {{"files", nlohmann::json::array()},
                              {"missing", nlohmann::json::array()}};
-    for (const SeriesFile& entry : entries) {
+    put_file(result, "file", series.name);
+    for (const SeriesFile& entry : series.files) {
         // A text: a number may have more digits than a program's integers.
-        nlohmann::json file = {{"file", entry.path}, {"number", entry.number}};
-        file["time"] = entry.time ? json_real(*entry.time) : nlohmann::json(nullptr);
-        file["has_grid"] =
-            entry.holds_grid ? nlohmann::json(*entry.holds_grid) : nlohmann::json(nullptr);
+        nlohmann::json file = {{"number", entry.number}};
+        put_file(file, "file", entry.path);
+        if (entry.time) file["time"] = json_real(*entry.time);
+        if (entry.holds_grid) file["has_grid"] = *entry.holds_grid;
         result["files"].push_back(std::move(file));
     }
-    for (const MissingNumbers& gap : missing_numbers(entries)) {
+    for (const MissingNumbers& gap : missing_numbers(series.files)) {
         result["missing"].push_back({{"first", gap.first}, {"last", gap.last}, {"step", gap.step}});
     }
     return result;
 }
 
-bool run_series(const std::shared_ptr<Reader>& reader, const std::string& file, bool json,
-                FILE* out)
+int run_series(const Request& request, const std::vector<std::string>& files)
+{
+    Report report(request);
+    bool printed = false;
+    for (FoundSeries& series : find_series(files, report)) {
+        look_into_all(request, series, report);
+        if (request.json) {
+            report.add(series_json(series));
+            continue;
+        }
+        if (std::exchange(printed, true)) (void)fputc('\n', request.out);
+        print_text(series, request.out);
+        (void)fflush(request.out);
+    }
+    report.finish();
+    return report.failed() ? FAILURE : DONE;
+}
+
+// ---- a running solver's series ----
+
+static std::atomic<bool> is_stopped;
+
+static void stop(int /*signal*/)
+{
+    is_stopped = true;
+}
+
+// What of a file is known to have been looked at.
+struct Seen {
+    int64_t bytes = -1;
+    std::filesystem::file_time_type written;
+    bool is_complete = false;
+};
+
+// Whether a file that was written to since the last look is complete now.
+static bool became_complete(const std::string& path, Seen& seen)
 {
     std::error_code failed;
-    if (!std::filesystem::is_regular_file(file, failed)) {
-        report(file, failed ? failed.message() : "is not a regular file");
+    const auto bytes = static_cast<int64_t>(std::filesystem::file_size(path, failed));
+    const auto written = std::filesystem::last_write_time(path, failed);
+    if (failed || seen.is_complete || (bytes == seen.bytes && written == seen.written))
         return false;
+    seen = {bytes, written, walk_file(path).damage.empty()};
+    return seen.is_complete;
+}
+
+static void print_step(const Request& request, SeriesFile& file)
+{
+    look_into(request.reader, file);
+    (void)request.reader->take_messages();
+    (void)take_library_text();
+    clear_progress();
+    if (request.json) {
+        nlohmann::json step = {{"number", file.number}};
+        put_file(step, "file", file.path);
+        if (file.time) step["time"] = json_real(*file.time);
+        if (file.holds_grid) step["has_grid"] = *file.holds_grid;
+        const std::string line =
+            step.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        (void)fprintf(request.out, "%s\n", line.c_str());
+    } else {
+        (void)fprintf(request.out, "%s  time %s  grid %s\n", printable(file.path).c_str(),
+                      file.time ? real_text(*file.time).c_str() : "-", grid_text(file).c_str());
     }
-    const std::optional<SeriesName> name = split_series_name(file);
-    if (!name) {
-        report(file, "the name has no number, so the file is not part of a series");
-        return false;
+    (void)fflush(request.out);
+}
+
+int follow_series(const Request& request, const std::string& file)
+{
+    Report report(request);
+    if (!split_series_name(file)) {
+        (void)report.fail(Error(Error::Kind::cannot_open, file,
+                                "the name has no number, so no series can be followed"));
+        return FAILURE;
     }
-    std::vector<SeriesFile> entries;
-    try {
-        entries = read_series(reader, *name);
-    } catch (const std::filesystem::filesystem_error& failure) {
-        report(name->directory.empty() ? "." : name->directory,
-               "cannot be listed: " + failure.code().message());
-        return false;
+    (void)std::signal(SIGINT, stop);
+    std::map<std::string, Seen> seen;
+    Progress progress("following the series of " + file);
+    while (!is_stopped && ferror(request.out) == 0) {
+        std::string writing;
+        std::vector<SeriesFile> files;
+        try {
+            files = list_files(file);
+        } catch (const Error& failure) {
+            (void)report.fail(failure);
+            return FAILURE;
+        }
+        for (SeriesFile& one : files) {
+            if (is_stopped) break;
+            Seen& known = seen[one.path];
+            if (became_complete(one.path, known)) print_step(request, one);
+            if (!known.is_complete) writing = one.path;
+        }
+        (void)progress.show(writing.empty() ? "waiting for the next step"
+                                            : writing + " is being written");
+        const timespec pause = {0, 200'000'000};
+        (void)nanosleep(&pause, nullptr); // a signal ends it
     }
-    if (json)
-        print_json(series_json(entries), out);
-    else
-        print_text(file, entries, out);
-    return true;
+    return DONE;
 }
 
 } // namespace fld_host

@@ -49,6 +49,12 @@ static bool read_results_coordinate_system(const ResultsRead& read)
 static bool make_polar(const ResultsRead& read)
 {
     if (read.nodes->polar) return true;
+    if (!read.nodes->coords) {
+        // The file said something else when it was decided that the nodes are not needed.
+        print_diagnostic("Error: results grid %d has changed its coordinate system.\n",
+                         read.grid_number);
+        return false;
+    }
     read.nodes->polar = heap_array<float>(int64_t{2} * read.node_count);
     if (!read.nodes->polar) {
         print_no_memory_for_items(read.node_count);

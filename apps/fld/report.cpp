@@ -1,0 +1,87 @@
+#include "report.h"
+
+#include "check.h"
+#include "output.h"
+
+#include <map>
+#include <sstream>
+#include <vector>
+
+namespace fld_host
+{
+
+static std::vector<std::string> lines_of(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+}
+
+nlohmann::json error_json(const Error& failure)
+{
+    nlohmann::json error = {{"what", reason_of(failure)},
+                            {"reader", lines_of(failure.reader_says)}};
+    put_file(error, "file", failure.file);
+    return error;
+}
+
+Report::Report(const Request& request) : request_(request) {}
+
+// A line without the words that the reader begins with.
+static std::string without_start(const std::string& line)
+{
+    for (const std::string word : {"Data reader error: ", "FLD file error: ", "Error: "}) {
+        if (line.starts_with(word)) return line.substr(word.size());
+    }
+    return line;
+}
+
+void Report::show(const std::string& said, const std::string& but) const
+{
+    std::vector<std::string> order;
+    std::map<std::string, long long> times;
+    for (const std::string& line : lines_of(said)) {
+        if (but.find(without_start(line)) != std::string::npos) continue;
+        if (++times[line] == 1) order.push_back(line);
+    }
+    for (const std::string& line : order) {
+        pass_on(times[line] == 1 ? line : line + " (" + grouped(times[line]) + " times)");
+    }
+}
+
+void Report::hear()
+{
+    show(request_.reader->take_messages() + take_library_text(), "");
+}
+
+Error Report::fail(const Error& failure)
+{
+    const std::string said = request_.reader->take_messages() + take_library_text();
+    Error error = failure;
+    if (error.reader_says.empty()) error.reader_says = said;
+    const std::vector<std::string> lines = lines_of(error.reader_says);
+    if (!error.has_reason && !lines.empty() && request_.reader != Reader::linked()) {
+        error = Error(error.kind, error.file, error.what_fails + ": " + without_start(lines.back()),
+                      error.reader_says);
+    }
+    error = with_reason(error);
+    show(said, error.what());
+    complain(error.what());
+    errors_.push_back(error_json(error));
+    return error;
+}
+
+void Report::finish()
+{
+    if (!request_.json) return;
+    print_json({{"command", request_.command},
+                {"version", FLD_VERSION},
+                {"results", results_},
+                {"errors", errors_}},
+               request_.out);
+}
+
+} // namespace fld_host

@@ -1,0 +1,117 @@
+#include "check.h"
+
+#include "grid.h"
+#include "text.h"
+
+#include <algorithm>
+#include <new>
+
+namespace fld_host
+{
+
+int64_t FileCheck::unread_grids() const
+{
+    return std::count_if(grid_errors.begin(), grid_errors.end(),
+                         [](const std::optional<Error>& error) { return error.has_value(); });
+}
+
+bool FileCheck::is_whole() const
+{
+    const bool readable = opened() ? unread_grids() == 0 : !grid_file_found;
+    return walk.damage.empty() && readable;
+}
+
+// ---- reading ----
+
+// A reader that reads the grid to its end delivers it all: nothing of it is kept.
+class PassedOver : public GridSink
+{
+public:
+    PassedOver(std::string what, const CheckProgress& progress)
+        : what_(std::move(what)), progress_(progress)
+    {
+    }
+    const DirectSink* direct() override { return &nothing_; }
+    bool go_on(int64_t done, int64_t all) override { return progress_(what_, done, all); }
+
+private:
+    DirectSink nothing_;
+    std::string what_;
+    const CheckProgress& progress_;
+};
+
+static void read_all_grids(Dataset& dataset, const CheckProgress& progress, FileCheck& check)
+{
+    FloatBuffer coords;
+    FloatBuffer values;
+    const Contents& contents = dataset.contents();
+    for (size_t grid = 0; grid < contents.node_counts.size(); ++grid) {
+        const std::string name = "grid " + std::to_string(grid + 1);
+        const auto nodes = static_cast<size_t>(contents.node_counts[grid]);
+        PassedOver sink("reading " + name + " of " + std::to_string(contents.node_counts.size()),
+                        progress);
+        check.grid_errors.emplace_back();
+        try {
+            Buffers buffers{coords.prepare(3 * nodes), {}};
+            float* const rows = values.prepare(contents.rows.size() * nodes);
+            for (const Variable& variable : contents.variables) {
+                buffers.variables.push_back(rows + static_cast<size_t>(variable.first_row) * nodes);
+            }
+            dataset.read(static_cast<int>(grid), dataset.everything(), buffers, sink);
+        } catch (const Error& failure) {
+            if (failure.kind == Error::Kind::cancelled) throw;
+            check.grid_errors.back() = failure;
+        } catch (const std::bad_alloc&) {
+            check.grid_errors.back() = Error(Error::Kind::no_memory, check.file,
+                                             name + " cannot be read: not enough memory");
+        }
+    }
+}
+
+FileCheck check_file(const std::shared_ptr<Reader>& reader, const std::string& file,
+                     const CheckProgress& progress)
+{
+    FileCheck check;
+    check.file = file;
+    (void)progress("walking its records", 0, 0);
+    check.walk = walk_file(file);
+    (void)progress("opening it", 0, 0);
+    try {
+        Dataset dataset(reader, file);
+        check.results_only = dataset.contents().results_only;
+        read_all_grids(dataset, progress, check);
+    } catch (const Error& failure) {
+        if (failure.kind == Error::Kind::cancelled) throw;
+        check.open_error = failure;
+        check.grid_file_found = failure.kind != Error::Kind::no_grid_file;
+        check.results_only = !check.grid_file_found;
+    }
+    return check;
+}
+
+// ---- words ----
+
+std::string damage_text(const FileWalk& walk)
+{
+    const WalkPlace& place = walk.place;
+    if (place.record == 0) return walk.damage;
+    std::string text = walk.damage + " (byte " + grouped(place.byte);
+    text += place.grid == 0 ? ", header" : ", grid " + grouped(place.grid);
+    if (!place.section.empty()) {
+        text += (place.grid == 0 ? ", keyword " : ", section ") + place.section;
+    }
+    return text + ")";
+}
+
+Error with_reason(const Error& failure)
+{
+    if (failure.has_reason || failure.kind != Error::Kind::damaged) return failure;
+    const FileWalk walk = walk_file(failure.file);
+    if (walk.damage.empty()) return failure;
+    Error better(failure.kind, failure.file, failure.what_fails + ": " + damage_text(walk),
+                 failure.reader_says);
+    better.has_reason = true;
+    return better;
+}
+
+} // namespace fld_host
