@@ -1,11 +1,11 @@
 #include "measure_dataset.h"
 
 #include "dataset.h"
+#include "series.h"
 #include "timing.h"
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 namespace
@@ -146,11 +146,12 @@ SwitchSeconds measure_switch(const std::string& first, const std::string& second
         });
     };
     seconds.turn = (two_reads(a, b) - two_reads(a, a)) / 2;
-    seconds.list = median_seconds_of([&] {
-        const auto folder = std::filesystem::path(first).parent_path();
-        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-            (void)entry.last_write_time();
+    const auto name = split_series_name(first);
+    const auto list = [&] {
+        for (const SeriesFile& file : list_series(*name)) {
+            (void)std::filesystem::last_write_time(file.path);
         }
-    });
+    };
+    if (name) seconds.list = median_seconds_of(list);
     return seconds;
 }

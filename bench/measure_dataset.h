@@ -19,7 +19,7 @@ DatasetSeconds measure_dataset(const std::string& path, const FileFacts& facts);
 struct SwitchSeconds {
     double open = 0; // of the first file
     double turn = 0; // what a read costs more after one of the other dataset
-    double list = 0; // the files' folder, with the status of each file
+    double list = 0; // the first file's series, with the status of each file; 0 without a series
 };
 
 // Two datasets that are open, of as many nodes each, and read in turns, against one read as often.

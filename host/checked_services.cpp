@@ -5,7 +5,7 @@
 namespace fld_host
 {
 
-constexpr size_t BLOCK = 4096; // cells, or faces
+constexpr size_t BLOCK = 2048; // cells, or faces: what the processor keeps at hand
 
 void CheckedServices::begin_call()
 {
@@ -22,6 +22,11 @@ void CheckedServices::begin_grid(GridSink& sink, const Filter& filter, int32_t n
     filter_ = filter;
     node_count_ = static_cast<uint32_t>(node_count);
     boundary_count_ = boundary_count;
+    cell_shapes_.resize(BLOCK);
+    cell_walls_.resize(BLOCK);
+    cell_nodes_.resize(8 * BLOCK);
+    block_cells_ = 0;
+    block_nodes_ = 0;
     cells_ = 0;
     faces_ = 0;
     problem_.clear();
@@ -38,9 +43,8 @@ std::string CheckedServices::end_grid()
     });
     sink_ = nullptr;
     direct_ = nullptr;
-    cell_shapes_.clear();
-    cell_walls_.clear();
-    cell_nodes_.clear();
+    block_cells_ = 0;
+    block_nodes_ = 0;
     face_boundaries_.clear();
     face_sizes_.clear();
     face_nodes_.clear();
@@ -71,12 +75,11 @@ bool CheckedServices::go_on(int64_t bytes_done, int64_t bytes_in_all)
 
 void CheckedServices::hand_over_cells()
 {
-    if (cell_shapes_.empty()) return;
-    sink_->take_cells({static_cast<int64_t>(cell_shapes_.size()), cell_shapes_.data(),
-                       cell_walls_.data(), cell_nodes_.data()});
-    cell_shapes_.clear();
-    cell_walls_.clear();
-    cell_nodes_.clear();
+    if (block_cells_ == 0) return;
+    sink_->take_cells({static_cast<int64_t>(block_cells_), cell_shapes_.data(), cell_walls_.data(),
+                       cell_nodes_.data()});
+    block_cells_ = 0;
+    block_nodes_ = 0;
 }
 
 void CheckedServices::hand_over_faces()
@@ -177,18 +180,20 @@ std::string CheckedServices::cell_problem(Shape shape, const int32_t* nodes) con
 
 void CheckedServices::add_cell(Shape shape, uint32_t walls, const int32_t* nodes)
 {
-    const int count = shape_nodes[static_cast<int>(shape)];
-    int32_t numbers[8];
-    for (int k = 0; k < count; ++k) numbers[k] = nodes[k] - 1;
+    const auto count = static_cast<size_t>(shape_nodes[static_cast<int>(shape)]);
     if (direct_) {
+        int32_t numbers[8];
+        for (size_t k = 0; k < count; ++k) numbers[k] = nodes[k] - 1;
         const auto cell = direct_->cell[static_cast<int>(shape)];
         if (cell) cell(direct_->context, walls, numbers);
         return;
     }
-    cell_shapes_.push_back(shape);
-    cell_walls_.push_back(static_cast<uint8_t>(walls));
-    cell_nodes_.insert(cell_nodes_.end(), numbers, numbers + count);
-    if (cell_shapes_.size() == BLOCK) hand_over_cells();
+    cell_shapes_[block_cells_] = shape;
+    cell_walls_[block_cells_] = static_cast<uint8_t>(walls);
+    int32_t* const numbers = cell_nodes_.data() + block_nodes_;
+    for (size_t k = 0; k < count; ++k) numbers[k] = nodes[k] - 1;
+    block_nodes_ += count;
+    if (++block_cells_ == BLOCK) hand_over_cells();
 }
 
 void CheckedServices::add_face(int32_t boundary, int32_t vertex_count, const int32_t* nodes)

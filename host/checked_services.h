@@ -70,9 +70,12 @@ private:
     bool cancelled_ = false;
     bool sink_threw_ = false;
 
+    // Blocks that fill up: room for a whole one from the first on.
     std::vector<Shape> cell_shapes_;
     std::vector<uint8_t> cell_walls_;
     std::vector<int32_t> cell_nodes_;
+    size_t block_cells_ = 0;
+    size_t block_nodes_ = 0;
     std::vector<int32_t> face_boundaries_;
     std::vector<uint8_t> face_sizes_;
     std::vector<int32_t> face_nodes_;

@@ -8,8 +8,8 @@
 namespace fld_host
 {
 
-// Some thousand cells in the order of their creation. Node numbers are 0-based and lie in the grid;
-// those of a cell follow those of the one before it, as many as its shape has.
+// Up to some thousand cells in the order of their creation. Node numbers are 0-based and lie in the
+// grid; those of a cell follow those of the one before it, as many as its shape has.
 struct CellBlock {
     int64_t count;
     const Shape* shapes;

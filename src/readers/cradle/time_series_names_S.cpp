@@ -134,6 +134,33 @@ static bool compile_expression(const SeriesName& name, SeriesExpression* express
     return false;
 }
 
+static bool is_plain(const char* text)
+{
+    for (; *text != '\0'; ++text) {
+        const bool is_letter = lower(*text) >= 'a' && lower(*text) <= 'z';
+        if (!is_letter && !is_digit(*text) && *text != '_' && *text != '-') return false;
+    }
+    return true;
+}
+
+// Whether a name matches the expression. Where no character means anything else, the names are
+// compared as they are, which says the same at a small part of the cost.
+static bool matches(const SeriesName& given, const SeriesExpression& expression, const char* name)
+{
+    const bool in_base = given.form == SeriesForm::numbered_base;
+    const char* const ending = in_base ? given.extension : "";
+    if (!is_plain(given.prefix) || (*ending != '\0' && !is_plain(ending + 1))) {
+        return matches_series_expression(expression, name);
+    }
+    const size_t length = strlen(given.prefix);
+    if (strncmp(name, given.prefix, length) != 0) return false;
+    const char* const begin = name + length + (in_base ? 0 : 1);
+    if (!in_base && name[length] != '.') return false;
+    const char* digit = begin;
+    while (is_digit(*digit)) ++digit;
+    return digit != begin && strcmp(digit, ending) == 0;
+}
+
 // ---- the table ----
 
 static bool* noted_lack_of_memory;
@@ -145,8 +172,7 @@ void note_lack_of_memory(bool* noted)
 
 // Without memory for the path the series could only be shown with a hole in it: the process ends,
 // or the search, when whoever linked the reader wants to go on.
-static bool add_file(const char* path, int32_t number, const utf8wrap::FileStatus& status,
-                     int32_t* count)
+static bool add_file(const char* path, int32_t number, int32_t* count)
 {
     const size_t size = strlen(path) + 1;
     TimeSeriesEntry& entry = TimeSeriesTable[*count];
@@ -160,24 +186,26 @@ static bool add_file(const char* path, int32_t number, const utf8wrap::FileStatu
     }
     memcpy(entry.path.get(), path, size);
     entry.number = number;
-    entry.status = status;
     ++*count;
     return true;
 }
 
 // A listed entry joins the table when it is a regular file of the series; false when the table is
-// full or there is no memory.
+// full or there is no memory. Asking the system for the status of each of thousands of files would
+// take most of the time of an open, so it is asked only where the directory does not tell.
 static bool take_entry(const SeriesName& given, const SeriesExpression& expression,
-                       const char* file_name, int32_t* count)
+                       const utf8wrap::FoundEntry& found, int32_t* count)
 {
+    if (!matches(given, expression, found.name)) return true;
     char path[2 * TEXT_SIZE];
-    (void)snprintf(path, sizeof path, "%s%s", given.directory, file_name);
+    (void)snprintf(path, sizeof path, "%s%s", given.directory, found.name);
+    if (strlen(path) >= TEXT_SIZE) return true;
     utf8wrap::FileStatus status{};
-    if (strlen(path) >= TEXT_SIZE || utf8wrap::_stat64(path, &status) != 0) return true;
-    if (!status.is_regular) return true;
-    if (!matches_series_expression(expression, file_name)) return true;
+    const bool is_regular =
+        found.is_regular || (utf8wrap::_stat64(path, &status) == 0 && status.is_regular);
+    if (!is_regular) return true;
     if (*count >= MAX_SERIES_FILES) return false;
-    return add_file(path, series_number(file_name, given.form), status, count);
+    return add_file(path, series_number(found.name, given.form), count);
 }
 
 // False when the directory cannot be listed.
@@ -192,7 +220,7 @@ static bool list_series(const SeriesName& given, const SeriesExpression& express
         print_series_error("Can't open dir", given.directory);
         return false;
     }
-    while (more && take_entry(given, expression, entry.name, count)) {
+    while (more && take_entry(given, expression, entry, count)) {
         more = utf8wrap::FindNextFileA(&listing, &entry);
     }
     return !noted_lack_of_memory || !*noted_lack_of_memory;

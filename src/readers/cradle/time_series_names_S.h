@@ -2,16 +2,14 @@
 #pragma once
 
 #include "readers/cradle/heap_array.h"
-#include "ui/util/utf8wrap.h"
 
 #include <cstdint>
 
 constexpr int32_t MAX_SERIES_FILES = 100000;
 
 struct TimeSeriesEntry {
-    HeapArray<char> path;        // the given name's directory part and the file's name as listed
-    int32_t number;              // at most INT32_MAX, which stands for every larger number
-    utf8wrap::FileStatus status; // when it was listed
+    HeapArray<char> path; // the given name's directory part and the file's name as listed
+    int32_t number;       // at most INT32_MAX, which stands for every larger number
 };
 
 // Rows 0 to the count that time_series_names_S returned are valid until the table is emptied.

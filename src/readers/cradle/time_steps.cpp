@@ -117,17 +117,18 @@ static void remember_without_grid(const utf8wrap::FileStatus& file)
     set[0] = file;
 }
 
-static bool is_grid_file(const TimeSeriesEntry& entry)
+static bool is_grid_file(const char* path)
 {
-    if (is_without_grid(entry.status)) return false;
-    const char* const path = entry.path.get();
-    const bool was_steady = is_steady(entry.status, utf8wrap::time_now());
-    const FirstGrid found = look_at_first_grid(path);
-    // What was looked at is what was listed only if that still stands there.
+    utf8wrap::FileStatus before{};
     utf8wrap::FileStatus after{};
+    const bool is_known = utf8wrap::_stat64(path, &before) == 0;
+    if (is_known && is_without_grid(before)) return false;
+    const bool was_steady = is_known && is_steady(before, utf8wrap::time_now());
+    const FirstGrid found = look_at_first_grid(path);
+    // Nobody has written to what was looked at.
     if (found == FirstGrid::lacking && was_steady && utf8wrap::_stat64(path, &after) == 0 &&
-        after == entry.status) {
-        remember_without_grid(entry.status);
+        after == before) {
+        remember_without_grid(before);
     }
     return found == FirstGrid::complete;
 }
@@ -140,8 +141,8 @@ const char* find_paired_grid_file(const char* results_name)
     empty_time_series();
     const int32_t count = time_series_names_S(results_name, &index);
     for (int32_t row = std::min(index, count - 1); row >= 0; --row) {
-        const TimeSeriesEntry& entry = TimeSeriesTable[row];
-        if (is_grid_file(entry)) return entry.path.get();
+        const char* const path = TimeSeriesTable[row].path.get();
+        if (is_grid_file(path)) return path;
     }
     print_diagnostic("Data reader error: unable to find grid file for results file: %s\n",
                      results_name);

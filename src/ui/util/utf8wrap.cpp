@@ -91,6 +91,7 @@ bool FindNextFileA(Listing* listing, FoundEntry* entry)
         if (length > MAX_ENTRY_NAME) continue;
         if (fnmatch(listing->wildcard, found->d_name, FNM_NOESCAPE) != 0) continue;
         memcpy(entry->name, found->d_name, length + 1);
+        entry->is_regular = found->d_type == DT_REG;
         return true;
     }
     return false;

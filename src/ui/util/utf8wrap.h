@@ -44,6 +44,7 @@ constexpr int MAX_ENTRY_NAME = 255; // bytes, the most that file systems allow
 
 struct FoundEntry {
     char name[MAX_ENTRY_NAME + 1];
+    bool is_regular; // for sure: false also when the directory does not tell
 };
 
 struct CloseDirectory {
