@@ -13,23 +13,21 @@ void print_no_memory_for_variables()
 
 // ---- lists of our own ----
 
-static HeapArray<char> blank_rows(int32_t capacity)
+// Rows are written as names come: a host with room for thousands pays for those that it gets.
+static HeapArray<char> empty_rows(int32_t capacity)
 {
-    const int64_t size = int64_t{capacity} * NAME_ROW_LENGTH;
-    HeapArray<char> rows = heap_array<char>(size);
-    if (rows && size > 0) memset(rows.get(), ' ', static_cast<size_t>(size));
-    return rows;
+    return heap_array<char>(int64_t{capacity} * NAME_ROW_LENGTH);
 }
 
 bool make_boundary_list(const NameLists& host, LocalNames* local)
 {
-    local->boundary_names = blank_rows(host.boundaries.capacity);
+    local->boundary_names = empty_rows(host.boundaries.capacity);
     return local->boundary_names != nullptr;
 }
 
 bool make_variable_list(const NameLists& host, LocalNames* local)
 {
-    local->variable_names = blank_rows(host.variables.capacity);
+    local->variable_names = empty_rows(host.variables.capacity);
     local->variable_sections = zeroed_heap_array<VariableSection>(host.variables.capacity);
     if (local->variable_names && local->variable_sections) return true;
     print_no_memory_for_variables();
