@@ -117,8 +117,11 @@ static void print_text(const FileCheck& check, const std::vector<Error>& errors,
     if (check.is_whole() || check.walk.place.record == 0) return;
     constexpr size_t most_errors = 10;
     for (size_t i = 0; i < std::min(errors.size(), most_errors); ++i) {
-        print_row(out, "reader",
-                  errors[i].file == check.file ? reason_of(errors[i]) : errors[i].what());
+        const std::string text =
+            errors[i].file == check.file ? reason_of(errors[i]) : errors[i].what();
+        const std::string& damage = check.walk.damage; // told below
+        if (damage.empty() || text.find(damage) == std::string::npos)
+            print_row(out, "reader", text);
     }
     print_damaged(check, out);
 }
@@ -183,15 +186,16 @@ static std::vector<Error> report_errors(const FileCheck& check, Report& report)
     std::vector<Error> errors;
     if (check.is_whole()) return errors;
     const bool is_damaged = !check.walk.damage.empty();
+    const bool show = report.is_json(); // the text has them
     if (check.open_error && !(is_damaged && !check.open_error->has_reason)) {
-        errors.push_back(report.fail(*check.open_error));
+        errors.push_back(report.fail(*check.open_error, show));
     }
     for (const std::optional<Error>& error : check.grid_errors) {
-        if (error) errors.push_back(report.fail(*error));
+        if (error) errors.push_back(report.fail(*error, show));
     }
     if (errors.empty()) {
         errors.push_back(
-            report.fail(Error(Error::Kind::damaged, check.file, damage_text(check.walk))));
+            report.fail(Error(Error::Kind::damaged, check.file, damage_text(check.walk)), show));
     }
     return errors;
 }

@@ -35,7 +35,7 @@ static nlohmann::json file_json(const std::string& file, const Contents& content
 int run_list(const Request& request, const std::vector<std::string>& files)
 {
     Report report(request);
-    Table table({"file", "time", "grids", "nodes", "variables", "grid file"});
+    Table table({"file", "time", "grids", "nodes", "variables", "grid file"}, true);
     size_t number = 0;
     size_t listed = 0;
     for (const std::string& file : files) {

@@ -161,12 +161,13 @@ static std::string take_start(std::string& text, size_t width)
 }
 
 static std::string row_line(const std::vector<std::string>& row, const std::vector<size_t>& widths,
-                            size_t begin, size_t end)
+                            size_t begin, size_t end, bool last_is_text)
 {
     std::string line;
     for (size_t c = begin; c < end; ++c) {
         const std::string cell = c < row.size() ? row[c] : "";
-        line += std::string(2 + widths[c] - display_width(cell), ' ') + cell;
+        const bool is_text = last_is_text && c + 1 == widths.size();
+        line += std::string(is_text ? 2 : 2 + widths[c] - display_width(cell), ' ') + cell;
     }
     return line;
 }
@@ -196,7 +197,7 @@ void Table::print(FILE* out, const char* indent) const
             std::string name = row[0];
             std::string start = take_start(name, first);
             std::string line = indent + start + std::string(first - display_width(start), ' ') +
-                               row_line(row, widths, begin, end);
+                               row_line(row, widths, begin, end, last_is_text_);
             line.erase(line.find_last_not_of(' ') + 1);
             (void)fprintf(out, "%s\n", line.c_str());
             while (!name.empty()) {

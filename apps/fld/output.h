@@ -51,11 +51,16 @@ void clear_progress();
 class Table
 {
 public:
-    explicit Table(std::vector<std::string> head) : rows_{std::move(head)} {}
+    // `last_is_text`: the last column is aligned left too.
+    explicit Table(std::vector<std::string> head, bool last_is_text = false)
+        : last_is_text_(last_is_text), rows_{std::move(head)}
+    {
+    }
     void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
     void print(FILE* out, const char* indent) const;
 
 private:
+    bool last_is_text_;
     std::vector<std::vector<std::string>> rows_;
 };
 

@@ -39,12 +39,19 @@ static std::string without_start(const std::string& line)
     return line;
 }
 
-void Report::show(const std::string& said, const std::string& but) const
+// Whether an error says what a line says.
+static bool says(const Error& error, const std::string& line)
+{
+    const bool names_file = line.ends_with(": " + error.file); // "Cannot open file: NAME"
+    return names_file || std::string(error.what()).find(without_start(line)) != std::string::npos;
+}
+
+void Report::pass_on_lines(const std::string& said, const Error* but) const
 {
     std::vector<std::string> order;
     std::map<std::string, long long> times;
     for (const std::string& line : lines_of(said)) {
-        if (but.find(without_start(line)) != std::string::npos) continue;
+        if (but && says(*but, line)) continue;
         if (++times[line] == 1) order.push_back(line);
     }
     for (const std::string& line : order) {
@@ -54,10 +61,10 @@ void Report::show(const std::string& said, const std::string& but) const
 
 void Report::hear()
 {
-    show(request_.reader->take_messages() + take_library_text(), "");
+    pass_on_lines(request_.reader->take_messages() + take_library_text(), nullptr);
 }
 
-Error Report::fail(const Error& failure)
+Error Report::fail(const Error& failure, bool show)
 {
     const std::string said = request_.reader->take_messages() + take_library_text();
     Error error = failure;
@@ -68,8 +75,8 @@ Error Report::fail(const Error& failure)
                       error.reader_says);
     }
     error = with_reason(error);
-    show(said, error.what());
-    complain(error.what());
+    pass_on_lines(said, &error);
+    if (show) complain(error.what());
     errors_.push_back(error_json(error));
     return error;
 }

@@ -34,15 +34,15 @@ public:
     // Takes what the reader has said so far. Lines that an error repeats are left out of what is
     // shown; the same line many times is shown once.
     void hear();
-    // The error with a reason, as it is reported.
-    Error fail(const Error& failure);
+    // The error with a reason, as it is reported. `show` is false where the results tell it too.
+    Error fail(const Error& failure, bool show = true);
 
     [[nodiscard]] bool failed() const { return !errors_.empty(); }
     // Prints the document.
     void finish();
 
 private:
-    void show(const std::string& said, const std::string& but) const;
+    void pass_on_lines(const std::string& said, const Error* but) const;
 
     const Request& request_;
     nlohmann::json results_ = nlohmann::json::array();

@@ -50,7 +50,7 @@ static void print_text(const std::string& file, const FileWalk& walk, FILE* out)
                   walk.big_endian ? "big-endian" : "little-endian",
                   counted(walk.grids, "grid").c_str(), counted(walk.records, "record").c_str(),
                   counted(walk.bytes, "byte").c_str());
-    Table table({"section", "grid", "byte", "bytes", "items", "they hold"});
+    Table table({"section", "grid", "byte", "bytes", "items", "they hold"}, true);
     for (const WalkedSection& section : walk.sections) {
         table.add({"  " + printable(section.name),
                    section.grid == 0 ? "header" : grouped(section.grid), grouped(section.byte),
