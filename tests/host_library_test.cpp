@@ -208,6 +208,40 @@ TEST_P(HostLibrary, opens_any_number_of_datasets)
     EXPECT_EQ(deliver(second, 0, second.everything()), alone[1]);
 }
 
+// What the reader fills is told by sections; names that look like a vector's are just names.
+TEST_P(HostLibrary, fills_the_planes_that_a_variable_has)
+{
+    const std::vector<Point> points = {{1, 5, 9}, {2, 6, 10}, {3, 7, 11}, {4, 8, 12}};
+    FldFile odd = without(tetrahedron_file(), "LS_Scalar:P");
+    odd = added(odd, vector("U", "A (x-component)", points));
+    for (const std::string name : {"B (x-component)", "B (y-component)", "B (z-component)"}) {
+        odd = added(odd, scalar(name.substr(3, 1), name, {1, 2, 3, 4}));
+    }
+    const FldFile results{{{coordinate_system(0), scalar("T", "", {1, 2, 3, 4})}}};
+    const std::string path = write("odd", {{"s1.fld", odd}, {"s2.fld", results}});
+    constexpr uint32_t UNDEFINED = 0x7F800000;
+    for (const bool own : {true, false}) {
+        fld_host::Dataset dataset(reader, own ? directory.path("odd/s1.fld") : path);
+        size_t vectors = 0, planes = 0;
+        for (const auto& variable : dataset.contents().variables) {
+            const int at = static_cast<int>(&variable - dataset.contents().variables.data());
+            const Delivered one = deliver(dataset, 0, {false, false, false, {}, {at}});
+            const std::vector<uint32_t>& bits = one.variables[0];
+            planes += bits.size() / 4;
+            vectors += variable.components == 3 && variable.name == "A (x-component) (U)";
+            if (variable.key == "T") continue;
+            for (size_t i = 0; i < bits.size(); ++i) {
+                const float value = variable.components == 3 && variable.key == "U"
+                                        ? static_cast<float>(i + 1)
+                                        : static_cast<float>(i % 4 + 1);
+                EXPECT_EQ(bits[i], own ? std::bit_cast<uint32_t>(value) : UNDEFINED) << i;
+            }
+        }
+        EXPECT_EQ(vectors, 1U);
+        EXPECT_EQ(planes, own ? 6U : 7U);
+    }
+}
+
 TEST_P(HostLibrary, is_stopped_by_its_sink)
 {
     fld_host::Dataset dataset(reader, write("a", {{"a.fld", tetrahedron_file()}}));
@@ -224,6 +258,11 @@ TEST_P(HostLibrary, is_stopped_by_its_sink)
     EXPECT_THROW(read(), int);
     stop.on_cells = [&] { (void)reader->time("any"); };
     EXPECT_THROW(read(), std::logic_error);
+    stop.on_cells = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(read(), std::bad_alloc);
+    stop.on_cells = [] {};
+    EXPECT_THROW(dataset.read(0, dataset.everything(), {room.data(), {nullptr}}, stop),
+                 std::invalid_argument);
     EXPECT_EQ(deliver(dataset, 0, dataset.everything()), whole);
     if (!GetParam()) return; // one that is loaded does not ask
     Recorder cancelling(true);
@@ -234,7 +273,42 @@ TEST_P(HostLibrary, is_stopped_by_its_sink)
     } catch (const Error& failure) {
         EXPECT_EQ(failure.kind, Error::Kind::cancelled);
     }
+    try {
+        (void)reader->time("missing");
+        ADD_FAILURE() << "no error";
+    } catch (const Error& failure) {
+        EXPECT_EQ(failure.kind, Error::Kind::cannot_open);
+    }
     EXPECT_EQ(deliver(dataset, 0, dataset.everything()), whole);
+}
+
+// A results file that is exchanged while its grid is read, so that its vectors need nodes that were
+// not read.
+TEST_P(HostLibrary, notices_what_changes_during_a_read)
+{
+    const auto results = [](int32_t system) {
+        return FldFile{{{coordinate_system(system), vector("U", "", cube_corners(4))}}};
+    };
+    const std::string path = write("a", {{"s1.fld", tetrahedron_file()}, {"s2.fld", results(0)}});
+    fld_host::Dataset dataset(reader, path);
+    struct Exchange : GridSink {
+        void take_cells(const fld_host::CellBlock& /*cells*/) override {}
+        void take_faces(const fld_host::FaceBlock& /*faces*/) override {}
+        bool go_on(int64_t /*done*/, int64_t /*all*/) override { return on_question(), true; }
+        std::function<void()> on_question;
+    } exchange;
+    exchange.on_question = [&] { (void)write("a", {{"s2.fld", results(1)}}); };
+    std::vector<float> values(12);
+    const Wanted wanted{false, true, false, {}, {0}};
+    const auto read = [&] { dataset.read(0, wanted, {nullptr, {values.data()}}, exchange); };
+    if (!GetParam()) return; // it reads the nodes in any case, and asks nothing
+    try {
+        read();
+        ADD_FAILURE() << "not noticed";
+    } catch (const Error& failure) {
+        EXPECT_NE(failure.reader_says.find("has changed its coordinate system"), std::string::npos)
+            << failure.what();
+    }
 }
 
 // The error is of the right kind and names the file to blame.
@@ -310,6 +384,13 @@ TEST_P(HostLibrary, knows_meshes_and_series)
         EXPECT_EQ(third.contents().grid_file, folder + "s1.fld");
         (void)write("s", {{"s1.fld", added(tetrahedron_file(), scalar("T", "", {1, 2, 3, 4}))}});
         EXPECT_NE(second.mesh_identity(0), mesh);
+    }
+    // A nearer grid file, which a file that is opened again is paired with.
+    (void)write("s", {{"s2.fld", tetrahedron_file()}});
+    const fld_host::Dataset another(reader, folder + "s1.fld");
+    if (GetParam()) {
+        EXPECT_THROW((void)deliver(third, 0, third.everything()), Error);
+        EXPECT_EQ(third.contents().grid_file, folder + "s1.fld");
     }
     (void)write("s", {{"s2.fld", {}, "no records"}});
     const auto series = fld_host::series_of(reader, last);
