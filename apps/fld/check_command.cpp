@@ -53,6 +53,9 @@ static std::string salvage_text(const FileWalk& walk)
     const std::vector<Start> starts = readable_starts(walk);
     if (starts.empty()) return "nothing: no grid has all that it takes to read it";
     const Start& start = starts.front();
+    if (start.bytes == walk.intact_bytes) {
+        return "\"fld salvage\" would give all that is intact, " + counted(start.grids, "grid");
+    }
     return "\"fld salvage\" would give " + counted(start.grids, "grid") + ", the last with " +
            folded(sections_of_grid(walk, start.grids, start.sections));
 }
