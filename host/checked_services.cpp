@@ -9,7 +9,6 @@ constexpr size_t BLOCK = 2048; // cells, or faces: what the processor keeps at h
 
 void CheckedServices::begin_call()
 {
-    scanned_files = 0;
     cancelled_ = false;
     sink_threw_ = false;
 }
@@ -259,11 +258,6 @@ int CheckedServices::create_boundary_face(int32_t boundary_type, int32_t vertex_
     const auto boundary = static_cast<size_t>(boundary_type) - 1;
     if (filter_.boundaries && !(*filter_.boundaries)[boundary]) return 0;
     return guarded([&] { add_face(boundary_type - 1, vertex_count, nodes); }) ? 0 : 1;
-}
-
-void CheckedServices::set_options(int /*first*/, int /*second*/, unsigned char /*third*/)
-{
-    ++scanned_files;
 }
 
 } // namespace fld_host

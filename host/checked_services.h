@@ -39,14 +39,9 @@ public:
     // Before a call of the reader: what came of the last one no longer counts.
     void begin_call();
 
-    // Files that the reader has scanned from end to end since the call began: the reader sets its
-    // options after each.
-    int32_t scanned_files = 0;
-
     int create_cell(Shape shape, const int32_t* face_flags, const int32_t* nodes) override;
     int create_boundary_face(int32_t boundary_type, int32_t vertex_count, const int32_t* nodes,
                              int32_t constant) override;
-    void set_options(int first, int second, unsigned char third) override;
 
 private:
     [[nodiscard]] std::string cell_problem(Shape shape, const int32_t* nodes) const;

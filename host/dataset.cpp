@@ -150,7 +150,6 @@ std::pair<Contents, std::vector<std::string>> Dataset::call_header_callback()
     int32_t variable_count = 0;
     int32_t error_flag = 1;
     state.open_dataset = 0;
-    state.services.scanned_files = 0;
     state.reader().read_header(file_.c_str(), nullptr, &DATASET_UNIT, &capacities_.grids,
                                &capacities_.boundaries, &capacities_.variables, &grid_count,
                                contents.node_counts.data(), &boundary_count, boundaries, nullptr,
@@ -172,12 +171,13 @@ std::pair<Contents, std::vector<std::string>> Dataset::call_header_callback()
     if (last && last->first_row + last->components > variable_count) {
         throw listening.failure(file_, "cannot be opened", "the reader gives half a vector");
     }
-    // A file without a grid of its own is opened together with the file that has it.
-    contents.results_only = state.services.scanned_files > 1;
     std::vector<std::string> grid_files(static_cast<size_t>(grid_count));
     for (size_t grid = 0; state.is_linked && grid < grid_files.size(); ++grid) {
         grid_files[grid] = file_of_dataset_grid(static_cast<int32_t>(grid) + 1);
     }
+    // A file without a grid of its own is opened together with the file that has it.
+    contents.results_only = state.is_linked ? grid_count > 0 && grid_files[0] != file_
+                                            : look_for_grid_quietly(file_) == false;
     if (contents.results_only && grid_count > 0) contents.grid_file = grid_files[0];
     state.open_dataset = id_;
     return {std::move(contents), std::move(grid_files)};

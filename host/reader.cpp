@@ -112,6 +112,15 @@ bool Listening::go_on(void* context, int64_t bytes)
     return self->state_.services.go_on(done, self->bytes_in_all_);
 }
 
+std::optional<bool> look_for_grid_quietly(const std::string& file)
+{
+    set_reader_hooks({.message = [](void* /*context*/, const char* /*text*/) {}});
+    bool holds_grid = false;
+    const bool is_known = look_for_grid(file.c_str(), &holds_grid);
+    set_reader_hooks({});
+    return is_known ? std::optional(holds_grid) : std::nullopt;
+}
+
 // ---- what went wrong ----
 
 static bool has(const std::string& text, const char* part)
@@ -172,7 +181,7 @@ Error Listening::failure(const std::string& file, const std::string& what,
         return error(no_grid_file,
                      "no earlier file of its series holds its grid" + passed_over(says_));
     }
-    if (!state_.is_linked && state_.services.scanned_files == 1) {
+    if (!state_.is_linked && what == "cannot be opened" && look_for_grid_quietly(file) == false) {
         return error(no_grid_file, "no earlier file of its series holds its grid");
     }
     if (has(says_, "is not unformatted")) return error(cannot_open, "it is no FLD file");
@@ -272,11 +281,8 @@ std::string Reader::take_messages()
 
 std::optional<bool> Reader::holds_grid(const std::string& file)
 {
-    const Turn turn(*state_);
-    const Listening listening(*state_);
-    if (!state_->is_linked) return std::nullopt;
-    bool holds_grid = false;
-    return look_for_grid(file.c_str(), &holds_grid) ? std::optional(holds_grid) : std::nullopt;
+    const Turn turn;
+    return look_for_grid_quietly(file);
 }
 
 float Reader::time(const std::string& file)

@@ -37,8 +37,7 @@ public:
     // The time of a file; no dataset needs to be open. Throws Error.
     [[nodiscard]] float time(const std::string& file);
 
-    // Whether a file holds a grid of its own: none when it cannot be read, or the reader is a
-    // loaded one, which does not tell.
+    // Whether a file holds a grid of its own: none when it cannot be read.
     [[nodiscard]] std::optional<bool> holds_grid(const std::string& file);
 
     // The lines that the linked reader has said since they were taken last, warnings too.

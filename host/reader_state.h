@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -73,5 +74,10 @@ private:
     int64_t bytes_done_ = 0;
     int64_t bytes_in_all_ = 0;
 };
+
+// Whether a file holds a grid of its own; none when it cannot be read. That is a matter of the
+// file: the linked reader looks, whichever reader is asked. Inside a turn, outside of Listening to
+// it.
+std::optional<bool> look_for_grid_quietly(const std::string& file);
 
 } // namespace fld_host

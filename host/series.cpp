@@ -1,10 +1,7 @@
 #include "series.h"
 
-#include "dataset.h"
-
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <string_view>
@@ -75,34 +72,9 @@ std::vector<SeriesFile> list_series(const SeriesName& name)
     return files;
 }
 
-// Whether a loaded reader finds a grid in a file. Under its own name a file of results only is
-// opened together with an earlier file of its series, and looks like one with a grid; so it is
-// opened by a link whose name has no number, as one that has no series.
-static std::optional<bool> ask_for_grid(const std::shared_ptr<Reader>& reader,
-                                        const std::string& path)
-{
-    namespace fs = std::filesystem;
-    std::error_code failed;
-    std::string folder = (fs::temp_directory_path(failed) / "fld-XXXXXX").string();
-    if (failed || !mkdtemp(folder.data())) return std::nullopt;
-    const std::string link = folder + "/file";
-    std::optional<bool> found;
-    fs::create_symlink(fs::absolute(path), link, failed);
-    try {
-        if (!failed) found = !Dataset(reader, link).contents().results_only;
-    } catch (const Error& failure) {
-        if (failure.kind == Error::Kind::no_grid_file) found = false;
-    }
-    fs::remove_all(folder, failed);
-    return found;
-}
-
 void look_into(const std::shared_ptr<Reader>& reader, SeriesFile& file)
 {
     file.holds_grid = reader->holds_grid(file.path);
-    if (!file.holds_grid && reader != Reader::linked()) {
-        file.holds_grid = ask_for_grid(reader, file.path);
-    }
     try {
         file.time = reader->time(file.path);
     } catch (const Error&) {
