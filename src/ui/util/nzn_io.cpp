@@ -1,5 +1,6 @@
 #include "ui/util/nzn_io.h"
 
+#include "ui/util/byte_order.h"
 #include "ui/util/utf8wrap.h"
 
 #include <algorithm>
@@ -152,41 +153,6 @@ static bool move_to(RecordStream* stream, int64_t position)
     if (position > stream->position) return skip_forward(stream, position - stream->position);
     stream->position = position;
     return true;
-}
-
-static_assert(std::endian::native == std::endian::little, "only big-endian files are reversed");
-
-static uint32_t reversed(uint32_t word)
-{
-    const uint32_t halves = word << 16 | word >> 16;
-    return (halves & 0x00FF00FFU) << 8 | (halves >> 8 & 0x00FF00FFU);
-}
-
-static uint64_t reversed(uint64_t word)
-{
-    return static_cast<uint64_t>(reversed(static_cast<uint32_t>(word))) << 32 |
-           reversed(static_cast<uint32_t>(word >> 32));
-}
-
-// For speed only: where the compiler can, the loops below are built for several generations of
-// processors, and the right build is chosen when the library is loaded. Recent processors reverse
-// bytes about five times as fast with it. ThreadSanitizer is not ready yet when the choice is made.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__)
-#define FOR_EVERY_PROCESSOR [[gnu::target_clones("avx2", "ssse3", "default")]]
-#else
-#define FOR_EVERY_PROCESSOR
-#endif
-
-// Reverses the bytes of every element in place. `data` may be an array of any element type.
-template <class Word> inline void reverse_elements(void* data, int64_t count)
-{
-    auto* bytes = static_cast<unsigned char*>(data);
-    for (int64_t i = 0; i < count; ++i, bytes += sizeof(Word)) {
-        Word word;
-        memcpy(&word, bytes, sizeof word);
-        word = reversed(word);
-        memcpy(bytes, &word, sizeof word);
-    }
 }
 
 // ---- markers and sub-records ----
@@ -467,34 +433,6 @@ bool nzn_file_ended(int32_t unit)
 }
 
 // ---- record contents ----
-
-FOR_EVERY_PROCESSOR static void reverse_4_bytes(void* data, int64_t count)
-{
-    reverse_elements<uint32_t>(data, count);
-}
-
-FOR_EVERY_PROCESSOR static void reverse_8_bytes(void* data, int64_t count)
-{
-    reverse_elements<uint64_t>(data, count);
-}
-
-static void reverse_bytes(void* data, int64_t element_size, int64_t count)
-{
-    if (element_size == 4) reverse_4_bytes(data, count);
-    if (element_size == 8) reverse_8_bytes(data, count);
-}
-
-FOR_EVERY_PROCESSOR static bool holds_value(const void* data, int64_t count, uint32_t bits)
-{
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    uint32_t equal = 0;
-    for (int64_t i = 0; i < count; ++i, bytes += sizeof bits) {
-        uint32_t word;
-        memcpy(&word, bytes, sizeof word);
-        equal |= word == bits ? 1U : 0U;
-    }
-    return equal != 0;
-}
 
 // Puts values that were just read into the byte order of the processor, and searches them.
 static void convert_and_search(const RecordStream* stream, void* data, int64_t element_size,
