@@ -1,9 +1,11 @@
 #include "check.h"
 
 #include "grid.h"
+#include "series.h"
 #include "text.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <new>
 
 namespace fld_host
@@ -15,9 +17,22 @@ int64_t FileCheck::unread_grids() const
                          [](const std::optional<Error>& error) { return error.has_value(); });
 }
 
+std::optional<Error> FileCheck::grid_file_error() const
+{
+    if (open_error) return open_error->file == file ? std::nullopt : open_error;
+    for (const std::optional<Error>& error : grid_errors) {
+        if (error && error->file != file) return error;
+    }
+    return std::nullopt;
+}
+
 bool FileCheck::is_whole() const
 {
-    const bool readable = opened() ? unread_grids() == 0 : !grid_file_found;
+    const auto is_own = [this](const std::optional<Error>& error) {
+        return error && error->file == file;
+    };
+    const bool readable = opened() ? std::none_of(grid_errors.begin(), grid_errors.end(), is_own)
+                                   : !grid_file_found || !is_own(open_error);
     return walk.damage.empty() && readable;
 }
 
@@ -103,15 +118,47 @@ std::string damage_text(const FileWalk& walk)
     return text + ")";
 }
 
+static Error explained(const Error& failure, const std::string& reason)
+{
+    Error better(failure.kind, failure.file, failure.what_fails + ": " + reason,
+                 failure.reader_says);
+    better.what_fails = failure.what_fails;
+    return better;
+}
+
+// The nearest earlier step that is damaged: its grid may be the one that is missed.
+static std::string damaged_step_before(const std::string& file)
+{
+    constexpr int MOST_STEPS = 100;
+    const std::optional<SeriesName> name = split_series_name(file);
+    std::vector<SeriesFile> steps;
+    try {
+        if (name) steps = list_series(*name);
+    } catch (const std::filesystem::filesystem_error&) {
+        return "";
+    }
+    const auto itself = std::ranges::find(steps, file, &SeriesFile::path);
+    int left = MOST_STEPS;
+    for (auto step = itself; step != steps.begin() && left-- > 0;) {
+        const FileWalk walk = walk_file((--step)->path);
+        if (!walk.damage.empty()) return step->path + " is damaged: " + damage_text(walk);
+    }
+    return "";
+}
+
 Error with_reason(const Error& failure)
 {
-    if (failure.has_reason || failure.kind != Error::Kind::damaged) return failure;
+    if (failure.kind == Error::Kind::no_grid_file) {
+        const std::string step = damaged_step_before(failure.file);
+        const std::string known = std::string(failure.what()).substr(failure.file.size() + 2);
+        if (step.empty() || known.find(" was passed over") != std::string::npos) return failure;
+        Error better(failure.kind, failure.file, known + "; " + step, failure.reader_says);
+        better.what_fails = failure.what_fails;
+        return better;
+    }
+    if (failure.has_reason) return failure;
     const FileWalk walk = walk_file(failure.file);
-    if (walk.damage.empty()) return failure;
-    Error better(failure.kind, failure.file, failure.what_fails + ": " + damage_text(walk),
-                 failure.reader_says);
-    better.has_reason = true;
-    return better;
+    return walk.damage.empty() ? failure : explained(failure, damage_text(walk));
 }
 
 } // namespace fld_host

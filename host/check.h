@@ -24,8 +24,10 @@ struct FileCheck {
 
     [[nodiscard]] bool opened() const { return !open_error; }
     [[nodiscard]] int64_t unread_grids() const;
-    // Results without their grid file are whole too.
+    // Results are whole too when their grid file is missing, or is what cannot be read.
     [[nodiscard]] bool is_whole() const;
+    // Why the grid file cannot be read; none when it can, or there is no other than the file.
+    [[nodiscard]] std::optional<Error> grid_file_error() const;
 };
 
 // Told what is being done, with the bytes of it that are done and all; both 0 when not known.

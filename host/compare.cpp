@@ -210,13 +210,38 @@ static bool is_chosen(const Variable& variable, const Tolerances& tolerances)
                        [&](const std::string& name) { return is_named(variable, name); });
 }
 
+// A scalar and a vector of one name have nothing to compare.
 static std::vector<std::string> names_of(const Contents& contents, const Tolerances& tolerances)
 {
     std::vector<std::string> names;
     for (const Variable& variable : contents.variables) {
-        if (is_chosen(variable, tolerances)) names.push_back(variable.name);
+        if (!is_chosen(variable, tolerances)) continue;
+        names.push_back(variable.name + (variable.components == 3 ? " (vector)" : ""));
     }
     return names;
+}
+
+// Of the names that were given each means something in one file at least.
+static void check_names(const Contents& a, const Contents& b, const Tolerances& tolerances,
+                        const std::string& file)
+{
+    std::vector<std::string> names = tolerances.chosen;
+    for (const auto& [name, tolerance] : tolerances.variables) {
+        if (name != "time" && name != "coordinates") names.push_back(name);
+    }
+    for (const std::string& name : names) {
+        const auto is_it = [&](const Variable& variable) { return is_named(variable, name); };
+        if (std::any_of(a.variables.begin(), a.variables.end(), is_it)) continue;
+        if (std::any_of(b.variables.begin(), b.variables.end(), is_it)) continue;
+        throw Error(Error::Kind::cannot_open, file,
+                    "has no variable \"" + name + "\", and neither has the other file");
+    }
+}
+
+static Tolerance tolerance_of_mesh(const char* what, const Tolerances& tolerances)
+{
+    const auto found = tolerances.variables.find(what);
+    return found == tolerances.variables.end() ? Tolerance() : found->second;
 }
 
 static const Tolerance& tolerance_of(const Variable& variable, const Tolerances& tolerances)
@@ -248,11 +273,10 @@ public:
         result.b = b_.file();
         result.time_a = time_of(a_.file());
         result.time_b = time_of(b_.file());
-        result.same_time =
-            result.time_a.has_value() == result.time_b.has_value() &&
-            (!result.time_a || is_within(*result.time_a, *result.time_b, tolerances_.all));
+        result.same_time = is_same_time(result.time_a, result.time_b);
         const Contents& a = a_.contents();
         const Contents& b = b_.contents();
+        check_names(a, b, tolerances_, a_.file());
         result.grids_a = static_cast<int>(a.node_counts.size());
         result.grids_b = static_cast<int>(b.node_counts.size());
         result.variables = compare_names(names_of(a, tolerances_), names_of(b, tolerances_));
@@ -264,6 +288,12 @@ public:
     }
 
 private:
+    [[nodiscard]] bool is_same_time(std::optional<float> a, std::optional<float> b) const
+    {
+        if (!a || !b) return a.has_value() == b.has_value();
+        return is_same_kind(*a, *b) || is_within(*a, *b, tolerance_of_mesh("time", tolerances_));
+    }
+
     std::optional<float> time_of(const std::string& file)
     {
         try {
@@ -324,7 +354,7 @@ private:
         if (result.nodes_a != result.nodes_b) return;
         result.coordinates =
             compare_values("coordinates", {coordinates, static_cast<size_t>(result.nodes_a), 3},
-                           others, tolerances_.all, coordinates);
+                           others, tolerance_of_mesh("coordinates", tolerances_), coordinates);
     }
 
     void compare_variables(int grid, const float* coordinates, GridDifference& result)

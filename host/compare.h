@@ -23,9 +23,10 @@ struct Tolerance {
 };
 
 struct Tolerances {
-    Tolerance all;
-    std::map<std::string, Tolerance> variables; // by name or key, in place of `all`
-    std::vector<std::string> chosen;            // by name or key; none: every variable
+    Tolerance all; // of variables
+    // By name or key, in place of `all`; "time" and "coordinates", which are to be equal otherwise.
+    std::map<std::string, Tolerance> variables;
+    std::vector<std::string> chosen; // by name or key; none: every variable
 };
 
 // A difference of two values and where it is.
@@ -43,7 +44,8 @@ struct ValuesDifference {
     int components = 1;
     int64_t compared = 0;  // values that are finite in both files
     int64_t different = 0; // values beyond the tolerance, those that only one has among them
-    int64_t only_one = 0;  // values that are finite in one file only, or not finite in another way
+    int64_t only_one = 0;  // values that are finite in one file only, or not finite in another way,
+                           // such as undefined and no number
     ValueDifference absolute, relative; // the largest
     double root_mean_square = 0;        // of the differences of those that were compared
 };

@@ -184,7 +184,7 @@ Error Listening::failure(const std::string& file, const std::string& what,
     if (!state_.is_linked && what == "cannot be opened" && look_for_grid_quietly(file) == false) {
         return error(no_grid_file, "no earlier file of its series holds its grid");
     }
-    if (has(says_, "is not unformatted")) return error(cannot_open, "it is no FLD file");
+    if (has(says_, "is not unformatted")) return error(cannot_open, "it is no FLD file", false);
     const std::string words = last_words(says_);
     if (has(words, "does not match query count")) return error(changed, words);
     if (words.starts_with("Cannot open ")) return error(cannot_open, "the system does not open it");
@@ -291,14 +291,18 @@ float Reader::time(const std::string& file)
     const Registrations& known = state_->library->registrations();
     if (!known.peek_time) {
         // Readers register what answers this when they are to open their first file.
-        const Listening unheard(*state_);
-        constexpr int32_t UNIT = 20;
-        constexpr int32_t NONE = 0;
-        int32_t counts[4] = {};
-        state_->open_dataset = 0;
-        state_->reader().read_header(state_->is_linked ? "" : file.c_str(), nullptr, &UNIT, &NONE,
-                                     &NONE, &NONE, &counts[0], nullptr, &counts[1], nullptr,
-                                     nullptr, &counts[2], nullptr, &counts[3]);
+        const std::string said = state_->said;
+        {
+            const Listening unheard(*state_);
+            constexpr int32_t UNIT = 20;
+            constexpr int32_t NONE = 0;
+            int32_t counts[4] = {};
+            state_->open_dataset = 0;
+            state_->reader().read_header(state_->is_linked ? "" : file.c_str(), nullptr, &UNIT,
+                                         &NONE, &NONE, &NONE, &counts[0], nullptr, &counts[1],
+                                         nullptr, nullptr, &counts[2], nullptr, &counts[3]);
+        }
+        state_->said = said;
     }
     const Listening listening(*state_);
     float time = 0;

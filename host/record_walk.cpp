@@ -136,7 +136,7 @@ public:
         take_record({"the mark of an FLD file", static_cast<int64_t>(MAGIC.size())}, [&] {
             return nzn_read_chars(UNIT, static_cast<int32_t>(magic.size()), magic.data());
         });
-        if (magic != MAGIC) refuse("not an FLD file: record 1 is not \"CRDL-FLD\"");
+        if (magic != MAGIC) refuse("it is no FLD file: record 1 is not \"CRDL-FLD\"");
         int32_t version = 0;
         take_record({"the version of the format", sizeof version},
                     [&] { return nzn_read_int32(UNIT, 1, &version); });
@@ -289,7 +289,7 @@ static std::string not_unformatted(const std::string& path)
     if (std::string_view(start.data(), start.size()).substr(4) == MAGIC) {
         return "it begins as an FLD file, but is cut or damaged within its first ten records";
     }
-    return "not an unformatted sequential file: its start is no sequence of Fortran records";
+    return "it is no FLD file: its start is no sequence of Fortran records";
 }
 
 // Opens the file on the unit; gives what is wrong otherwise.

@@ -161,7 +161,7 @@ static void name_draft(const std::string& draft, const std::string& out)
     fs::create_hard_link(draft, out, failed);
     if (!failed) return;
     // A file system without links cannot refuse in the same moment.
-    if (fs::exists(fs::symlink_status(out))) fail(out, "is there already");
+    if (fs::exists(fs::symlink_status(out, failed))) fail(out, "is there already");
     fs::rename(draft, out, failed);
     if (failed) fail(out, "cannot be written: " + failed.message());
 }
@@ -173,14 +173,20 @@ static std::string draft_path(const std::string& out)
     return (fs::path(out).parent_path() / name).string();
 }
 
-Salvage salvage_file(const std::string& file, const std::string& out,
-                     const SalvageProgress& progress)
+static Salvage write_salvage(const std::string& file, const std::string& out,
+                             const std::string& path, const SalvageProgress& progress)
 {
     const std::string why = why_not_readable(file);
     if (!why.empty()) fail(file, why);
     if (out.empty() || fs::path(out).filename().empty()) fail(out, "is no name of a file");
-    std::error_code ignored;
-    if (fs::exists(fs::symlink_status(out, ignored))) fail(out, "is there already");
+    std::error_code unknown;
+    const fs::file_status there = fs::symlink_status(out, unknown);
+    if (fs::exists(there)) fail(out, "is there already");
+    if (there.type() != fs::file_type::not_found) fail(out, unknown.message());
+    if (out.size() > LONGEST_PATH) {
+        fail(out, "the name has more than the " + std::to_string(LONGEST_PATH) +
+                      " bytes that the reader takes");
+    }
     Salvage salvage;
     (void)progress("walking its records", 0, 0);
     salvage.walk = walk_file(file);
@@ -191,7 +197,6 @@ Salvage salvage_file(const std::string& file, const std::string& out,
                         (salvage.walk.damage.empty() ? "" : ": " + damage_text(salvage.walk)));
     }
     const std::string closing = name_record("OverlapEnd", salvage.walk.big_endian);
-    const std::string path = draft_path(out);
     const Draft draft(path);
     copy_start(file, starts[0].bytes, closing, path, progress);
     for (const Start& start : starts) {
@@ -210,6 +215,20 @@ Salvage salvage_file(const std::string& file, const std::string& out,
         return salvage;
     }
     throw Error(Error::Kind::damaged, file, "nothing of it can be read: " + salvage.why_less);
+}
+
+Salvage salvage_file(const std::string& file, const std::string& out,
+                     const SalvageProgress& progress)
+{
+    const std::string path = draft_path(out);
+    try {
+        return write_salvage(file, out, path, progress);
+    } catch (const Error& failure) {
+        // Nobody has named the draft.
+        if (failure.file != path) throw;
+        const std::string reason = std::string(failure.what()).substr(path.size() + 2);
+        throw Error(failure.kind, out, reason, failure.reader_says);
+    }
 }
 
 } // namespace fld_host

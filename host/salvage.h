@@ -23,6 +23,8 @@ struct Start {
 // file whose first grid has neither nodes nor elements holds results only, which need nothing.
 std::vector<Start> readable_starts(const FileWalk& walk);
 
+constexpr int64_t CLOSING_BYTES = 40; // of the record that closes a file
+
 struct Salvage {
     FileWalk walk;
     Start start;

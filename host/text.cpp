@@ -64,8 +64,13 @@ std::string grouped(long long number)
 
 std::string real_text(float value)
 {
+    return real_text(static_cast<double>(value));
+}
+
+std::string real_text(double value)
+{
     std::array<char, 32> text{};
-    (void)snprintf(text.data(), text.size(), "%.6g", static_cast<double>(value));
+    (void)snprintf(text.data(), text.size(), "%.6g", value);
     return text.data();
 }
 

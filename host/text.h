@@ -20,5 +20,6 @@ std::string grouped(long long number);
 
 // A real with six significant digits.
 std::string real_text(float value);
+std::string real_text(double value);
 
 } // namespace fld_host

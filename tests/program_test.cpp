@@ -171,6 +171,8 @@ TEST_F(Program, names_the_true_cause)
     write("s1.fld", bad);
     write("s2.fld", results);
     write("alone3.fld", results);
+    write("lost2.fld", results);
+    (void)directory_.write("lost1.fld", build(tetrahedron_file()).substr(0, 700));
     (void)directory_.write("text.fld", "no records");
     (void)directory_.write("empty.fld", "");
     (void)directory_.write("cut.fld", build(tetrahedron_file()).substr(0, 900));
@@ -182,7 +184,8 @@ TEST_F(Program, names_the_true_cause)
         {".", ".: cannot be opened: is a directory"},
         {"empty.fld", "empty.fld: cannot be opened: is empty"},
         {"/dev/null", "/dev/null: cannot be opened: is not a regular file"},
-        {"text.fld", "text.fld: cannot be opened: it is no FLD file"},
+        {"text.fld", "text.fld: cannot be opened: it is no FLD file: its start is no sequence"},
+        {"lost2.fld", "lost1.fld is damaged: the file ends inside record "},
         {long_name, "the name has more than the 255 bytes that the reader takes"},
         {"bad.fld", "bad.fld: cannot be opened: invalid coordinate system: 9"},
         {"s2.fld", "s1.fld: cannot be opened: invalid coordinate system: 9"},
@@ -195,7 +198,8 @@ TEST_F(Program, names_the_true_cause)
         EXPECT_EQ(info.status, 1) << file;
         EXPECT_EQ(occurrences(info.err, reason), 1U) << info.err;
         EXPECT_EQ(occurrences(info.err, "\n"), 1U) << info.err;
-        EXPECT_EQ(run("check " + file).status, file == "alone3.fld" ? 0 : 1) << file;
+        const bool is_whole = file == "alone3.fld" || file == "s2.fld" || file == "lost2.fld";
+        EXPECT_EQ(run("check " + file).status, is_whole ? 0 : 1) << file;
     }
     const ProgramRun warned = run("info a.fld missing.fld --json");
     EXPECT_EQ(warned.status, 1);
@@ -279,6 +283,10 @@ TEST_F(Program, salvages_what_can_be_read)
         EXPECT_FALSE(std::filesystem::exists(directory_.path("out.fld")));
     }
     (void)directory_.write("cut_1.fld", build(good).substr(0, build(good).size() - 20));
+    EXPECT_NE(run("salvage cut_1.fld " + std::string(300, 'n') + " --json").out.find("too long"),
+              std::string::npos);
+    EXPECT_NE(run("salvage cut_1.fld none/out.fld").err.find("none/out.fld: cannot be written"),
+              std::string::npos);
     EXPECT_NE(run("salvage cut_1.fld cut_2.fld").err.find("a step of the series"),
               std::string::npos);
     size_t files = 0;
@@ -301,6 +309,11 @@ TEST_F(Program, compares_files)
     write("turned.fld", replaced(a, elements({{TETRAHEDRON, {0, 2, 1, 3}}})));
     write("large.fld", replaced(a, nodes(cube_corners(5))));
     write("u.fld", with_keywords(a, marked));
+    write("later.fld", with_keywords(a, {dimension(3), bias(), cycle(12, 0.75)}));
+    write("v.fld", added(a, scalar("X", "", {0, 0, 0, 0})));
+    write("w.fld", added(a, vector("X", "", cube_corners(4))));
+    write("t01.fld", a);
+    write("t2.fld", a);
     write("s1.fld", a);
     write("r1.fld", a);
     write("s2.fld", a);
@@ -322,11 +335,22 @@ TEST_F(Program, compares_files)
         {"u.fld u.fld", 0},
         {"a.fld u.fld", 1}, // a value that only one defines
         {"s1.fld r1.fld --series", 1},
-        {"s1.fld s2.fld --series", 0},
+        {"s1.fld t1.fld --series", 0},
         {"a.fld missing.fld", 3},
         {"a.fld", 2},
         {"a.fld b.fld --absolute -1", 2},
-        {"a.fld b.fld --variable P=x", 2},
+        {"a.fld b.fld --variable P=x", 3},
+        {"a.fld b.fld --variable Q", 3},
+        {"a.fld b.fld --relative nan", 2},
+        {"b.fld b.fld --variable P a.fld", 2},
+        {"later.fld a.fld --absolute 9", 1},
+        {"later.fld a.fld --variable time=0.25", 0},
+        {"moved.fld a.fld --absolute 9", 1},
+        {"moved.fld a.fld --variable coordinates=2", 0},
+        {"v.fld w.fld", 1}, // a scalar and a vector of one name
+        {"s1.fld s1.fld --series", 3},
+        {"s1.fld none5.fld --series", 3},
+        {"a.fld a.fld >/dev/full", 3},
     };
     for (const auto& [arguments, status] : cases) {
         const ProgramRun ended = run(std::string("diff ") + arguments);

@@ -6,6 +6,7 @@
 #include "salvage.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 
 namespace fld_host
@@ -15,7 +16,7 @@ namespace fld_host
 
 static void print_row(FILE* out, const char* label, const std::string& text)
 {
-    (void)fprintf(out, "  %-8s  %s\n", label, printable(text).c_str());
+    print_folded(out, "  " + (label + std::string(10 - strlen(label), ' ')), printable(text));
 }
 
 static std::string place_text(const WalkPlace& place)
@@ -48,15 +49,24 @@ static std::string start_text(const FileWalk& walk, int64_t bytes, int32_t grids
     return last.empty() ? text : text + "; of grid " + grouped(grids) + ' ' + last;
 }
 
+// A file in good order is refused for what it holds: a start of it is what is left to hope for.
+static std::vector<Start> starts_of(const FileWalk& walk)
+{
+    std::vector<Start> starts = readable_starts(walk);
+    if (walk.damage.empty() && !starts.empty()) starts.erase(starts.begin());
+    return starts;
+}
+
 static std::string salvage_text(const FileWalk& walk)
 {
-    const std::vector<Start> starts = readable_starts(walk);
+    const std::vector<Start> starts = starts_of(walk);
     if (starts.empty()) return "nothing: no grid has all that it takes to read it";
     const Start& start = starts.front();
+    const std::string at_most = "\"fld salvage\" would give at most ";
     if (start.bytes == walk.intact_bytes) {
-        return "\"fld salvage\" would give all that is intact, " + counted(start.grids, "grid");
+        return at_most + "all that is intact, " + counted(start.grids, "grid");
     }
-    return "\"fld salvage\" would give " + counted(start.grids, "grid") + ", the last with " +
+    return at_most + counted(start.grids, "grid") + ", the last with " +
            folded(sections_of_grid(walk, start.grids, start.sections));
 }
 
@@ -102,6 +112,9 @@ static std::string headline(const FileCheck& check)
                        counted(walk.records, "record") + ", " + counted(walk.bytes, "byte");
     if (check.results_only) text += ", results only";
     if (!check.grid_file_found) text += "; its grid file was not found, so nothing can be read";
+    if (const auto error = check.grid_file_error()) {
+        text += std::string("; its grid file is at fault: ") + with_reason(*error).what();
+    }
     return text;
 }
 
@@ -148,7 +161,7 @@ static nlohmann::json damage_json(const FileWalk& walk)
 
 static nlohmann::json salvage_json(const FileWalk& walk)
 {
-    const std::vector<Start> starts = readable_starts(walk);
+    const std::vector<Start> starts = starts_of(walk);
     if (starts.empty()) return nullptr;
     return {{"bytes", starts[0].bytes}, {"grids", starts[0].grids}};
 }

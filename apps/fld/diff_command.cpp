@@ -4,8 +4,10 @@
 #include "output.h"
 #include "series.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
+#include <new>
 
 namespace fld_host
 {
@@ -36,7 +38,7 @@ static std::string component_text(const ValuesDifference& values, const ValueDif
 static void add_values(const ValuesDifference& values, Table& table)
 {
     const auto add = [&](const std::string& name, const char* what, const ValueDifference& one) {
-        table.add({name, what, real_text(static_cast<float>(one.size)),
+        table.add({name, what, real_text(one.size),
                    grouped(one.node + 1) + component_text(values, one), real_text(one.a),
                    real_text(one.b), real_text(one.position[0]), real_text(one.position[1]),
                    real_text(one.position[2])});
@@ -46,7 +48,7 @@ static void add_values(const ValuesDifference& values, Table& table)
     if (values.absolute.node < 0) return;
     add("", "absolute", values.absolute);
     add("", "relative", values.relative);
-    table.add({"", "rms", real_text(static_cast<float>(values.root_mean_square))});
+    table.add({"", "rms", real_text(values.root_mean_square)});
 }
 
 static void print_grid(const FileDifference& files, const GridDifference& grid, FILE* out)
@@ -169,28 +171,64 @@ static nlohmann::json files_json(const FileDifference& files)
 
 using Pair = std::pair<std::string, std::string>; // an empty name: there is none
 
+static std::vector<SeriesFile> steps_of(const std::string& file)
+{
+    const std::optional<SeriesName> name = split_series_name(file);
+    if (!name) {
+        throw Error(Error::Kind::cannot_open, file,
+                    "the name has no number, so the file is part of no series");
+    }
+    std::vector<SeriesFile> files;
+    try {
+        files = list_series(*name);
+    } catch (const std::filesystem::filesystem_error& failure) {
+        throw Error(Error::Kind::cannot_open, file, failure.code().message());
+    }
+    if (files.empty()) throw Error(Error::Kind::cannot_open, file, "there is no such series");
+    return files;
+}
+
+// Steps of one number, those whose numbers are written alike first.
+static void add_pairs(std::vector<SeriesFile> a, std::vector<SeriesFile> b,
+                      std::vector<Pair>& pairs)
+{
+    using Place = std::vector<SeriesFile>::iterator;
+    const auto digits = [](const SeriesFile& file) { return split_series_name(file.path)->digits; };
+    const auto take = [&](Place one, Place other) {
+        pairs.emplace_back(one->path, other->path);
+        b.erase(other);
+        return a.erase(one);
+    };
+    for (auto one = a.begin(); one != a.end();) {
+        const auto other = std::find_if(b.begin(), b.end(), [&](const SeriesFile& file) {
+            return digits(file) == digits(*one);
+        });
+        one = other == b.end() ? one + 1 : take(one, other);
+    }
+    while (!a.empty() && !b.empty()) (void)take(a.begin(), b.begin());
+    for (const SeriesFile& file : a) pairs.emplace_back(file.path, "");
+    for (const SeriesFile& file : b) pairs.emplace_back("", file.path);
+}
+
 static std::vector<Pair> pairs_of(const std::string& a, const std::string& b)
 {
-    std::map<std::pair<size_t, std::string>, Pair> pairs; // longer numbers are larger
-    const auto take = [&](const std::string& file, std::string Pair::*side) {
-        const std::optional<SeriesName> name = split_series_name(file);
-        if (!name) {
-            throw Error(Error::Kind::cannot_open, file,
-                        "the name has no number, so the file is part of no series");
-        }
-        try {
-            for (const SeriesFile& one : list_series(*name)) {
-                pairs[{one.number.size(), one.number}].*side = one.path;
-            }
-        } catch (const std::filesystem::filesystem_error& failure) {
-            throw Error(Error::Kind::cannot_open, file, failure.code().message());
-        }
+    const std::vector<SeriesFile> files_a = steps_of(a);
+    const std::vector<SeriesFile> files_b = steps_of(b);
+    std::error_code failed;
+    if (std::filesystem::equivalent(files_a[0].path, files_b[0].path, failed)) {
+        throw Error(Error::Kind::cannot_open, b, "is part of the same series as " + a);
+    }
+    struct Step {
+        std::vector<SeriesFile> a, b;
     };
-    take(a, &Pair::first);
-    take(b, &Pair::second);
-    std::vector<Pair> list;
-    for (const auto& [number, pair] : pairs) list.push_back(pair);
-    return list;
+    std::map<std::pair<size_t, std::string>, Step> steps; // longer numbers are larger
+    for (const SeriesFile& file : files_a)
+        steps[{file.number.size(), file.number}].a.push_back(file);
+    for (const SeriesFile& file : files_b)
+        steps[{file.number.size(), file.number}].b.push_back(file);
+    std::vector<Pair> pairs;
+    for (const auto& [number, step] : steps) add_pairs(step.a, step.b, pairs);
+    return pairs;
 }
 
 // Whether the two are equal; false also when one is missing. Throws Error.
@@ -230,12 +268,14 @@ int run_diff(const Request& request, const std::string& a, const std::string& b,
     bool equal = true;
     try {
         const std::vector<Pair> pairs = whole_series ? pairs_of(a, b) : std::vector<Pair>{{a, b}};
-        if (pairs.empty()) throw Error(Error::Kind::cannot_open, a, "there is no such series");
         for (const Pair& pair : pairs) {
             try {
                 equal = compare_pair(request, pair, tolerances, report) && equal;
             } catch (const Error& failure) {
                 (void)report.fail(failure);
+            } catch (const std::bad_alloc&) {
+                (void)report.fail(Error(Error::Kind::no_memory, pair.first,
+                                        "cannot be compared: not enough memory"));
             }
             (void)fflush(request.out);
         }

@@ -319,6 +319,10 @@ static void print_variables(const GridInfo& grid, FILE* out)
     }
     (void)fputc('\n', out);
     table.print(out, "    ");
+    if (std::all_of(grid.rows.begin(), grid.rows.end(),
+                    [](const RowInfo& row) { return row.values.finite == 0; })) {
+        return;
+    }
     (void)fputc('\n', out);
     places.print(out, "    ");
 }

@@ -5,11 +5,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <new>
+#include <optional>
 #include <unistd.h>
 
 using namespace fld_host;
@@ -21,6 +24,7 @@ struct Options {
     std::string library;
     InfoChoice info;
     Tolerances tolerances;
+    std::string absolute, relative;     // of "diff"
     std::vector<std::string> variables; // of "diff": NAME, or NAME=ABSOLUTE[,RELATIVE]
     bool follow = false;
     bool whole_series = false;
@@ -70,12 +74,10 @@ static void add_commands(CLI::App& app, Options& options)
         add_files_command(app, "info", "Describe the grids and variables of files", options);
     info->add_option("--grid", options.info.grids,
                      "Only this grid, counted from 1; may be repeated")
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false);
     info->add_option("--variable", options.info.variables,
                      "Only this variable, by its name or key; may be repeated")
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false);
     add_files_command(app, "list", "A line for each file, without reading a grid", options);
     add_files_command(app, "sections", "What stands where in files", options);
     add_files_command(app, "check", "Tell whether files are whole, and where they are not",
@@ -88,23 +90,29 @@ static void add_commands(CLI::App& app, Options& options)
         add_command(app, "diff", "Tell what differs between two files, or two series", options);
     diff->add_option("A", options.file, "The first file")->required();
     diff->add_option("B", options.other, "The second file")->required();
-    diff->add_option("--absolute", options.tolerances.all.absolute,
-                     "Values that differ by no more are equal")
-        ->check(CLI::NonNegativeNumber);
-    diff->add_option("--relative", options.tolerances.all.relative,
-                     "The same, as a part of the larger of the two")
-        ->check(CLI::NonNegativeNumber);
+    diff->add_option("--absolute", options.absolute, "Values that differ by no more are equal");
+    diff->add_option("--relative", options.relative,
+                     "The same, as a part of the larger of the two");
     diff->add_option("--variable", options.variables,
                      "Only this variable, by its name or key; with =ABSOLUTE or "
                      "=ABSOLUTE,RELATIVE instead: other tolerances for it; may be repeated")
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false);
     diff->add_flag("--series", options.whole_series,
                    "Compare the series that the two files are part of, step by step");
+    diff->footer(
+        "Meshes are compared too. Times and coordinates are to be equal, unless\n"
+        "--variable time=... and --variable coordinates=... say otherwise. Undefined is\n"
+        "equal to undefined, NaN to NaN. Exit status: 0 equal, 1 different, 2 wrong usage,\n"
+        "3 a file could not be read.");
+    series->footer("Only the start of each file is looked at; \"fld check\" looks at all.");
     CLI::App* const salvage =
         add_command(app, "salvage", "Write what can still be read of a file to a new one", options);
     salvage->add_option("FILE", options.file, "The damaged file")->required();
     salvage->add_option("OUT", options.other, "The new file, which must not be there")->required();
+    salvage->footer(
+        "OUT is the longest start of FILE that can be read whole once it is closed; a grid\n"
+        "that lacks its nodes, materials or elements is left out. It is read back before\n"
+        "it gets its name.");
 }
 
 static int run(const std::string& command, const Options& options, const Request& request)
@@ -190,24 +198,41 @@ static std::string dashed_file(const std::vector<std::string>& words)
     return "";
 }
 
+// A number that is a tolerance and nothing else; none otherwise.
+static std::optional<double> tolerance_of(const std::string& text)
+{
+    if (text.empty() || text.find_first_not_of("0123456789.+-eE") != std::string::npos) return {};
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (*end != '\0' || !(value >= 0) || !std::isfinite(value)) return {};
+    return value;
+}
+
+// "NAME=ABSOLUTE" or "NAME=ABSOLUTE,RELATIVE"; what is neither is a name.
+static void take_variable(const std::string& text, Tolerances& tolerances)
+{
+    const size_t equals = std::min(text.rfind('='), text.size());
+    const std::string numbers = equals < text.size() ? text.substr(equals + 1) : "";
+    const size_t comma = std::min(numbers.find(','), numbers.size());
+    const auto absolute = tolerance_of(numbers.substr(0, comma));
+    const auto relative =
+        comma < numbers.size() ? tolerance_of(numbers.substr(comma + 1)) : std::optional(0.0);
+    if (absolute && relative)
+        tolerances.variables[text.substr(0, equals)] = {*absolute, *relative};
+    else
+        tolerances.chosen.push_back(text);
+}
+
 static void take_tolerances(Options& options)
 {
-    for (const std::string& text : options.variables) {
-        const size_t equals = text.rfind('=');
-        if (equals == std::string::npos) {
-            options.tolerances.chosen.push_back(text);
-            continue;
-        }
-        Tolerance tolerance;
-        char* end = nullptr;
-        tolerance.absolute = std::strtod(text.c_str() + equals + 1, &end);
-        if (*end == ',') tolerance.relative = std::strtod(end + 1, &end);
-        if (*end != '\0' || end == text.c_str() + equals + 1 || !(tolerance.absolute >= 0) ||
-            !(tolerance.relative >= 0)) {
-            throw CLI::ValidationError("--variable", "\"" + text + "\" gives no tolerance");
-        }
-        options.tolerances.variables[text.substr(0, equals)] = tolerance;
-    }
+    const auto take = [](const char* name, const std::string& text) {
+        const auto value = text.empty() ? std::optional(0.0) : tolerance_of(text);
+        if (value) return *value;
+        throw CLI::ValidationError(name, "\"" + text + "\" is no tolerance");
+    };
+    options.tolerances.all = {take("--absolute", options.absolute),
+                              take("--relative", options.relative)};
+    for (const std::string& text : options.variables) take_variable(text, options.tolerances);
 }
 
 // Parses the arguments. True when a command is to be run; otherwise `status` is the program's.
@@ -262,16 +287,8 @@ static std::string library_path(const std::string& name)
     return name.find('/') == std::string::npos ? "./" + name : name;
 }
 
-static int run_command(const CLI::App& app, const Options& options)
+static int run_request(const CLI::App& app, const Options& options, Request& request)
 {
-    if (!fill_standard_files()) {
-        complain("standard output is closed");
-        return FAILURE;
-    }
-    Request request;
-    request.command = app.get_subcommands().front()->get_name();
-    request.json = options.json;
-    request.out = claim_standard_output();
     request.reader =
         options.library.empty() ? Reader::linked() : Reader::load(library_path(options.library));
     if (!options.reader.empty()) {
@@ -282,11 +299,37 @@ static int run_command(const CLI::App& app, const Options& options)
         }
     }
     request.reader_name = options.reader;
-    const int status = run(request.command, options, request);
+    return run(app.get_subcommands().front()->get_name(), options, request);
+}
+
+static int run_command(const CLI::App& app, const Options& options)
+{
+    Request request;
+    request.command = app.get_subcommands().front()->get_name();
+    request.json = options.json;
+    const int failure_status = request.command == "diff" ? UNREADABLE : FAILURE;
+    if (!fill_standard_files()) {
+        complain("standard output is closed");
+        return failure_status;
+    }
+    request.out = claim_standard_output();
+    int status = failure_status;
+    const auto fail = [&](const Error& failure) {
+        Report report(request);
+        (void)report.fail(failure);
+        report.finish();
+    };
+    try {
+        status = run_request(app, options, request);
+    } catch (const Error& failure) {
+        fail(failure);
+    } catch (const std::bad_alloc&) {
+        fail(Error(Error::Kind::no_memory, "", "not enough memory"));
+    }
     const bool written = ferror(request.out) == 0;
     if (fclose(request.out) == 0 && written) return status;
     complain("standard output: cannot be written");
-    return FAILURE;
+    return failure_status;
 }
 
 int main(int argc, char** argv)
@@ -298,7 +341,10 @@ try {
     app.footer(EXAMPLES);
     add_commands(app, options);
     int status = DONE;
-    return parse(app, argc, argv, options, &status) ? run_command(app, options) : status;
+    if (parse(app, argc, argv, options, &status)) return run_command(app, options);
+    if (std::cout.flush()) return status;
+    complain("standard output: cannot be written");
+    return FAILURE;
 } catch (const std::exception& failure) {
     complain(failure.what());
     return FAILURE;

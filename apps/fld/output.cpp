@@ -160,14 +160,25 @@ static std::string take_start(std::string& text, size_t width)
     return start;
 }
 
+void print_folded(FILE* out, const std::string& label, std::string text)
+{
+    const size_t terminal = terminal_width(out);
+    const size_t indent = display_width(label);
+    const size_t room = terminal == 0 ? SIZE_MAX : std::max<size_t>(terminal, indent + 20) - indent;
+    std::string start = label;
+    do {
+        (void)fprintf(out, "%s%s\n", start.c_str(), take_start(text, room).c_str());
+        start.assign(indent, ' ');
+    } while (!text.empty());
+}
+
 static std::string row_line(const std::vector<std::string>& row, const std::vector<size_t>& widths,
-                            size_t begin, size_t end, bool last_is_text)
+                            size_t begin, size_t end)
 {
     std::string line;
     for (size_t c = begin; c < end; ++c) {
         const std::string cell = c < row.size() ? row[c] : "";
-        const bool is_text = last_is_text && c + 1 == widths.size();
-        line += std::string(is_text ? 2 : 2 + widths[c] - display_width(cell), ' ') + cell;
+        line += std::string(2 + widths[c] - display_width(cell), ' ') + cell;
     }
     return line;
 }
@@ -181,6 +192,7 @@ void Table::print(FILE* out, const char* indent) const
             widths[c] = std::max(widths[c], display_width(row[c]));
         }
     }
+    if (last_is_text_) widths.back() = 20; // at least: its cells are folded
     const size_t terminal = terminal_width(out);
     const size_t room = terminal == 0 ? SIZE_MAX : std::max<size_t>(terminal, 24) - strlen(indent);
     size_t all = 0;
@@ -196,10 +208,15 @@ void Table::print(FILE* out, const char* indent) const
         for (const auto& row : rows_) {
             std::string name = row[0];
             std::string start = take_start(name, first);
+            const bool has_text = last_is_text_ && end == widths.size();
             std::string line = indent + start + std::string(first - display_width(start), ' ') +
-                               row_line(row, widths, begin, end, last_is_text_);
-            line.erase(line.find_last_not_of(' ') + 1);
-            (void)fprintf(out, "%s\n", line.c_str());
+                               row_line(row, widths, begin, has_text ? end - 1 : end);
+            if (has_text && row.size() == widths.size()) {
+                print_folded(out, line + "  ", row.back());
+            } else {
+                line.erase(line.find_last_not_of(' ') + 1);
+                (void)fprintf(out, "%s\n", line.c_str());
+            }
             while (!name.empty()) {
                 (void)fprintf(out, "%s    %s\n", indent, take_start(name, first - 4).c_str());
             }

@@ -64,6 +64,9 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
+// A text behind a label; on a terminal its further lines stand below each other.
+void print_folded(FILE* out, const std::string& label, std::string text);
+
 // "3 files", "1 file".
 std::string counted(int64_t count, const char* what);
 

@@ -66,7 +66,8 @@ void Report::hear()
 
 Error Report::fail(const Error& failure, bool show)
 {
-    const std::string said = request_.reader->take_messages() + take_library_text();
+    const std::string said =
+        (request_.reader ? request_.reader->take_messages() : "") + take_library_text();
     Error error = failure;
     if (error.reader_says.empty()) error.reader_says = said;
     const std::vector<std::string> lines = lines_of(error.reader_says);

@@ -5,6 +5,8 @@
 #include "salvage.h"
 #include "series.h"
 
+#include <atomic>
+#include <csignal>
 #include <filesystem>
 
 namespace fld_host
@@ -26,6 +28,9 @@ static std::string lost_text(const Salvage& salvage)
     std::string text = folded(lost_sections(salvage));
     const FileWalk& walk = salvage.walk;
     if (walk.damage.empty()) return text.empty() ? "nothing: the file was whole" : text;
+    if (text.empty() && walk.intact_bytes == walk.bytes) {
+        return "nothing: only the record that ends the file was missing";
+    }
     if (!text.empty()) text += "; ";
     text += "all from byte " + grouped(walk.intact_bytes) + " on";
     if (!walk.place.section.empty()) text += ", section " + walk.place.section + " first";
@@ -48,20 +53,35 @@ static std::string series_warning(const std::string& out)
            counted(static_cast<int64_t>(others), "other file") + " beside it";
 }
 
+static std::atomic<bool> is_stopped;
+
+static void stop(int /*signal*/)
+{
+    is_stopped = true;
+}
+
+// Whoever ends the program, or takes its room, is to find no half a file: it is removed then.
+static void stop_in_order()
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) (void)std::signal(signal, stop);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+}
+
 int run_salvage(const Request& request, const std::string& file, const std::string& out)
 {
+    stop_in_order();
     Report report(request);
     Progress progress(std::filesystem::path(file).filename().string());
     try {
         const Salvage salvage =
             salvage_file(file, out, [&](const std::string& what, int64_t done, int64_t all) {
-                return progress.show(what, done, all);
+                return progress.show(what, done, all) && !is_stopped;
             });
         clear_progress();
         (void)request.reader->take_messages();
         const std::string warning = series_warning(out);
         const std::string lost = lost_text(salvage);
-        nlohmann::json result = {{"bytes", salvage.start.bytes},
+        nlohmann::json result = {{"bytes", salvage.start.bytes + CLOSING_BYTES},
                                  {"grids", salvage.start.grids},
                                  {"lost", lost},
                                  {"lacks_grid_file", salvage.lacks_grid_file}};
@@ -72,7 +92,7 @@ int run_salvage(const Request& request, const std::string& file, const std::stri
         report.add(std::move(result));
         if (!request.json) {
             (void)fprintf(request.out, "%s: %s of %s, %s\n", printable(out).c_str(),
-                          grouped(salvage.start.bytes).c_str(),
+                          grouped(salvage.start.bytes + CLOSING_BYTES).c_str(),
                           counted(salvage.walk.bytes, "byte").c_str(),
                           counted(salvage.start.grids, "grid").c_str());
             (void)fprintf(request.out, "  lost   %s\n", printable(lost).c_str());

@@ -39,21 +39,25 @@ static std::vector<SeriesFile> list_files(const std::string& file)
     }
 }
 
+// One name for "a/b" and "./a/b".
+static std::string plain_path(const std::string& path)
+{
+    return std::filesystem::path(path).lexically_normal().string();
+}
+
 // Each series of the files once, in the order in which they are named.
 static std::vector<FoundSeries> find_series(const std::vector<std::string>& files, Report& report)
 {
     std::vector<FoundSeries> found;
     std::set<std::string> known;
     for (const std::string& file : files) {
-        if (known.contains(file)) continue;
+        if (!known.insert(plain_path(file)).second) continue;
         const std::string why = why_not_readable(file);
         try {
             if (!why.empty()) throw Error(Error::Kind::cannot_open, file, why);
             found.push_back({file, list_files(file)});
-            for (const SeriesFile& one : found.back().files) known.insert(one.path);
-            known.insert(file);
+            for (const SeriesFile& one : found.back().files) known.insert(plain_path(one.path));
         } catch (const Error& failure) {
-            known.insert(file);
             (void)report.fail(failure);
         }
     }
@@ -171,7 +175,7 @@ static void stop(int /*signal*/)
     is_stopped = true;
 }
 
-// What of a file is known to have been looked at.
+// A file as it was when it was looked at last.
 struct Seen {
     int64_t bytes = -1;
     std::filesystem::file_time_type written;
@@ -184,8 +188,7 @@ static bool became_complete(const std::string& path, Seen& seen)
     std::error_code failed;
     const auto bytes = static_cast<int64_t>(std::filesystem::file_size(path, failed));
     const auto written = std::filesystem::last_write_time(path, failed);
-    if (failed || seen.is_complete || (bytes == seen.bytes && written == seen.written))
-        return false;
+    if (failed || (bytes == seen.bytes && written == seen.written)) return false;
     seen = {bytes, written, walk_file(path).damage.empty()};
     return seen.is_complete;
 }
@@ -221,6 +224,7 @@ int follow_series(const Request& request, const std::string& file)
     }
     (void)std::signal(SIGINT, stop);
     std::map<std::string, Seen> seen;
+    bool is_told = false;
     Progress progress("following the series of " + file);
     while (!is_stopped && ferror(request.out) == 0) {
         std::string writing;
@@ -231,12 +235,18 @@ int follow_series(const Request& request, const std::string& file)
             (void)report.fail(failure);
             return FAILURE;
         }
+        if (files.empty() && !std::exchange(is_told, true)) {
+            complain(file + ": there is no file of this series yet");
+        }
+        // A solver that starts anew writes its steps again: what is gone is forgotten.
+        std::map<std::string, Seen> there;
         for (SeriesFile& one : files) {
             if (is_stopped) break;
-            Seen& known = seen[one.path];
+            Seen& known = there[one.path] = seen[one.path];
             if (became_complete(one.path, known)) print_step(request, one);
             if (!known.is_complete) writing = one.path;
         }
+        seen = std::move(there);
         (void)progress.show(writing.empty() ? "waiting for the next step"
                                             : writing + " is being written");
         const timespec pause = {0, 200'000'000};

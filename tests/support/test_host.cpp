@@ -302,10 +302,10 @@ void TestHost::read(int32_t grid)
     values = value_buffer.copy();
     if (error_flag_ != 0) return;
     EXPECT_TRUE(is_known) << "a grid that is not there was read";
-    for (int row = 0; row < 3; ++row) {
+    for (ptrdiff_t row = 0; row < 3; ++row) {
         trace_ += reals_line({"xyz"[row]}, coordinates.data() + row * node_count, node_count);
     }
-    for (int row = 0; row < variable_count_; ++row) {
+    for (ptrdiff_t row = 0; row < variable_count_; ++row) {
         trace_ += reals_line("value", values.data() + row * node_count, node_count);
     }
 }
