@@ -281,7 +281,7 @@ void Dataset::read_linked(int grid, const Wanted& wanted, const Buffers& buffers
     for (size_t k = 0; k < wanted.variables.size(); ++k) {
         const Variable& variable = contents_.variables[static_cast<size_t>(wanted.variables[k])];
         for (int component = 0; component < variable.components; ++component) {
-            rows[static_cast<size_t>(variable.first_row + component)] =
+            rows[static_cast<size_t>(variable.first_row) + static_cast<size_t>(component)] =
                 buffers.variables[k] + static_cast<int64_t>(component) * reading.node_count;
         }
     }

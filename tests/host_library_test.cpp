@@ -123,7 +123,7 @@ TEST_P(HostLibrary, delivers_what_the_callbacks_do)
     for (const Dataset& one : datasets()) {
         SCOPED_TRACE(one.name);
         if (!one.changed.empty() || one.trace.find("flag 1") != std::string::npos) continue;
-        if (pick(one.trace, {"boundary count", "variable count"}) != "") continue;
+        if (!pick(one.trace, {"boundary count", "variable count"}).empty()) continue;
         const std::string path = write(one.name, one.files);
         fld_host::Dataset dataset(reader, path);
         std::string faces, cells;

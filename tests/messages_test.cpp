@@ -329,7 +329,7 @@ TEST(Walls, are_found_in_any_order)
     for (const auto stride : {ptrdiff_t{1}, n - 1, ptrdiff_t{7}, n / 3, ptrdiff_t{199}}) {
         std::vector<Region> regions = {{"wall", {}}, {"inlet", {}}};
         for (ptrdiff_t k = 0; k < n; ++k) {
-            regions[k < n / 2 ? 0 : 1].faces.push_back(walls[k * stride % n]);
+            regions[k < n / 2 ? 0 : 1].faces.push_back(walls[static_cast<size_t>(k * stride % n)]);
         }
         FldFile file = replaced(good, surfaces(regions));
         file = replaced(file, region_types({{"WALL(", "wall"}, {"WALL(", "inlet"}}));

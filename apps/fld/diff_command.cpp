@@ -206,6 +206,7 @@ static void add_pairs(std::vector<SeriesFile> a, std::vector<SeriesFile> b,
         one = other == b.end() ? one + 1 : take(one, other);
     }
     while (!a.empty() && !b.empty()) (void)take(a.begin(), b.begin());
+    pairs.reserve(pairs.size() + a.size() + b.size());
     for (const SeriesFile& file : a) pairs.emplace_back(file.path, "");
     for (const SeriesFile& file : b) pairs.emplace_back("", file.path);
 }

@@ -79,7 +79,8 @@ struct NodeData {
 
 static std::string row_name(const Contents& contents, const Variable& variable, int component)
 {
-    std::string name = contents.rows[static_cast<size_t>(variable.first_row + component)];
+    std::string name =
+        contents.rows[static_cast<size_t>(variable.first_row) + static_cast<size_t>(component)];
     // The name of a vector's first component also names the vector, after "; ".
     if (variable.components == 3 && component == 0)
         name.erase(std::min(name.find("; "), name.size()));
