@@ -37,18 +37,17 @@ static std::string component_text(const ValuesDifference& values, const ValueDif
 
 static void add_values(const ValuesDifference& values, Table& table)
 {
-    const auto add = [&](const std::string& name, const char* what, const ValueDifference& one) {
-        table.add({name, what, real_text(one.size),
-                   grouped(one.node + 1) + component_text(values, one), real_text(one.a),
-                   real_text(one.b), real_text(one.position[0]), real_text(one.position[1]),
-                   real_text(one.position[2])});
+    const auto add = [&](const char* what, const ValueDifference& one) {
+        table.add({what, real_text(one.size), grouped(one.node + 1) + component_text(values, one),
+                   real_text(one.a), real_text(one.b), real_text(one.position[0]),
+                   real_text(one.position[1]), real_text(one.position[2])});
     };
-    table.add({"  " + printable(values.name), "values", grouped(values.different) + " differ"});
-    if (values.only_one > 0) table.add({"", "in one only", grouped(values.only_one)});
+    table.add({"  " + printable(values.name), grouped(values.different) + " differ"});
+    if (values.only_one > 0) table.add({"    in one only", grouped(values.only_one)});
     if (values.absolute.node < 0) return;
-    add("", "absolute", values.absolute);
-    add("", "relative", values.relative);
-    table.add({"", "rms", real_text(values.root_mean_square)});
+    add("    absolute", values.absolute);
+    add("    relative", values.relative);
+    table.add({"    root mean square", real_text(values.root_mean_square)});
 }
 
 static void print_grid(const FileDifference& files, const GridDifference& grid, FILE* out)
@@ -71,8 +70,8 @@ static void print_grid(const FileDifference& files, const GridDifference& grid, 
     if (!grid.other_regions.empty()) {
         print_line(out, name + "other faces of " + folded(grid.other_regions));
     }
-    Table table({"  " + name.substr(0, name.size() - 2), "", "largest", "node", "first", "second",
-                 "x", "y", "z"});
+    Table table({"  " + name.substr(0, name.size() - 2), "largest", "node", "first", "second", "x",
+                 "y", "z"});
     size_t rows = 0;
     const auto add = [&](const ValuesDifference& values) {
         if (values.different == 0) return;

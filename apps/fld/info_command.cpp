@@ -298,11 +298,11 @@ static void print_variables(const GridInfo& grid, FILE* out)
     std::vector<std::string> head = {"variables", "minimum", "maximum", "mean", "undefined"};
     if (has_others) head.insert(head.end(), {"NaN", "infinite"});
     Table table(head);
-    Table places({"where", "", "value", "node", "x", "y", "z"});
-    const auto add_place = [&](const RowInfo& row, const char* what, float value, int64_t node,
+    Table places({"where", "value", "node", "x", "y", "z"});
+    const auto add_place = [&](const char* what, float value, int64_t node,
                                const std::array<float, 3>& at) {
-        places.add({what[1] == 'i' ? "  " + printable(row.name) : "", what, real_text(value),
-                    grouped(node + 1), real_text(at[0]), real_text(at[1]), real_text(at[2])});
+        places.add({what, real_text(value), grouped(node + 1), real_text(at[0]), real_text(at[1]),
+                    real_text(at[2])});
     };
     for (const RowInfo& row : grid.rows) {
         const ValueSummary& values = row.values;
@@ -315,8 +315,9 @@ static void print_variables(const GridInfo& grid, FILE* out)
         }
         table.add(cells);
         if (values.finite == 0) continue;
-        add_place(row, "minimum", values.minimum, values.minimum_at, row.minimum_position);
-        add_place(row, "maximum", values.maximum, values.maximum_at, row.maximum_position);
+        places.add({"  " + printable(row.name)});
+        add_place("    minimum", values.minimum, values.minimum_at, row.minimum_position);
+        add_place("    maximum", values.maximum, values.maximum_at, row.maximum_position);
     }
     (void)fputc('\n', out);
     table.print(out, "    ");
