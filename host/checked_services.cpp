@@ -115,28 +115,6 @@ template <Shape shape> static bool any_flag_set(const int32_t* face_flags)
     return flags != 0;
 }
 
-static bool all_are_nodes(Shape shape, const int32_t* nodes, uint32_t node_count)
-{
-    switch (shape) {
-    case Shape::tetrahedron: return all_are_nodes<Shape::tetrahedron>(nodes, node_count);
-    case Shape::pyramid: return all_are_nodes<Shape::pyramid>(nodes, node_count);
-    case Shape::prism: return all_are_nodes<Shape::prism>(nodes, node_count);
-    case Shape::hexahedron: return all_are_nodes<Shape::hexahedron>(nodes, node_count);
-    }
-    return false;
-}
-
-static bool any_flag_set(Shape shape, const int32_t* face_flags)
-{
-    switch (shape) {
-    case Shape::tetrahedron: return any_flag_set<Shape::tetrahedron>(face_flags);
-    case Shape::pyramid: return any_flag_set<Shape::pyramid>(face_flags);
-    case Shape::prism: return any_flag_set<Shape::prism>(face_flags);
-    case Shape::hexahedron: return any_flag_set<Shape::hexahedron>(face_flags);
-    }
-    return false;
-}
-
 // The position of the first node number that no node has, -1 when there is none.
 static int first_wrong_node(const int32_t* nodes, int count, uint32_t node_count)
 {
@@ -177,21 +155,24 @@ std::string CheckedServices::cell_problem(Shape shape, const int32_t* nodes) con
 
 // ---- what is right ----
 
-void CheckedServices::add_cell(Shape shape, uint32_t walls, const int32_t* nodes)
+// Called for every cell of a grid: all that depends on the shape is known to the compiler.
+template <Shape shape>
+[[gnu::always_inline]] inline void CheckedServices::add_cell(uint32_t walls, const int32_t* nodes)
 {
-    const auto count = static_cast<size_t>(shape_nodes[static_cast<int>(shape)]);
+    constexpr size_t COUNT = shape_nodes[static_cast<int>(shape)];
     if (direct_) {
-        int32_t numbers[8];
-        for (size_t k = 0; k < count; ++k) numbers[k] = nodes[k] - 1;
         const auto cell = direct_->cell[static_cast<int>(shape)];
-        if (cell) cell(direct_->context, walls, numbers);
+        if (!cell) return;
+        int32_t numbers[COUNT];
+        for (size_t k = 0; k < COUNT; ++k) numbers[k] = nodes[k] - 1;
+        cell(direct_->context, walls, numbers);
         return;
     }
     cell_shapes_[block_cells_] = shape;
     cell_walls_[block_cells_] = static_cast<uint8_t>(walls);
     int32_t* const numbers = cell_nodes_.data() + block_nodes_;
-    for (size_t k = 0; k < count; ++k) numbers[k] = nodes[k] - 1;
-    block_nodes_ += count;
+    for (size_t k = 0; k < COUNT; ++k) numbers[k] = nodes[k] - 1;
+    block_nodes_ += COUNT;
     if (++block_cells_ == BLOCK) hand_over_cells();
 }
 
@@ -209,20 +190,40 @@ void CheckedServices::add_face(int32_t boundary, int32_t vertex_count, const int
     if (face_boundaries_.size() == BLOCK) hand_over_faces();
 }
 
-int CheckedServices::create_cell(Shape shape, const int32_t* face_flags, const int32_t* nodes)
+// What is wrong is kept in words.
+int CheckedServices::refuse_cell(Shape shape, const int32_t* nodes)
 {
+    if (problem_.empty() && !thrown_ && !cancelled_) {
+        (void)guarded([&] { problem_ = cell_problem(shape, nodes); });
+    }
+    return 0;
+}
+
+template <Shape shape>
+int CheckedServices::take_cell(const int32_t* face_flags, const int32_t* nodes)
+try {
     uint32_t walls = 0;
-    if (!sink_ || thrown_ || cancelled_ || !all_are_nodes(shape, nodes, node_count_) ||
-        (any_flag_set(shape, face_flags) && !wall_bits(shape, face_flags, &walls))) {
-        if (problem_.empty() && !thrown_ && !cancelled_) {
-            (void)guarded([&] { problem_ = cell_problem(shape, nodes); });
-        }
-        return 0;
+    if (!sink_ || thrown_ || cancelled_ || !all_are_nodes<shape>(nodes, node_count_) ||
+        (any_flag_set<shape>(face_flags) && !wall_bits(shape, face_flags, &walls))) {
+        return refuse_cell(shape, nodes);
     }
     ++cells_;
-    if (!filter_.cells) return 1;
-    if (!filter_.wall_flags) walls = 0;
-    return guarded([&] { add_cell(shape, walls, nodes); }) ? 1 : 0;
+    if (filter_.cells) add_cell<shape>(filter_.wall_flags ? walls : 0, nodes);
+    return 1;
+} catch (...) {
+    thrown_ = std::current_exception();
+    return 0;
+}
+
+int CheckedServices::create_cell(Shape shape, const int32_t* face_flags, const int32_t* nodes)
+{
+    switch (shape) {
+    case Shape::tetrahedron: return take_cell<Shape::tetrahedron>(face_flags, nodes);
+    case Shape::pyramid: return take_cell<Shape::pyramid>(face_flags, nodes);
+    case Shape::prism: return take_cell<Shape::prism>(face_flags, nodes);
+    case Shape::hexahedron: return take_cell<Shape::hexahedron>(face_flags, nodes);
+    }
+    return 0;
 }
 
 std::string CheckedServices::face_problem(int32_t boundary_type, int32_t vertex_count,

@@ -48,7 +48,9 @@ private:
     [[nodiscard]] std::string face_problem(int32_t boundary_type, int32_t vertex_count,
                                            const int32_t* nodes) const;
     template <class Work> bool guarded(Work work);
-    void add_cell(Shape shape, uint32_t walls, const int32_t* nodes);
+    int refuse_cell(Shape shape, const int32_t* nodes);
+    template <Shape shape> int take_cell(const int32_t* face_flags, const int32_t* nodes);
+    template <Shape shape> void add_cell(uint32_t walls, const int32_t* nodes);
     void add_face(int32_t boundary, int32_t vertex_count, const int32_t* nodes);
     void hand_over_cells();
     void hand_over_faces();
