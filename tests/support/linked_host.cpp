@@ -3,6 +3,7 @@
 #include "trace_text.h"
 
 #include <bit>
+#include <cstring>
 
 namespace fld_test
 {
@@ -59,7 +60,19 @@ void Recorder::take_faces(const fld_host::FaceBlock& block)
 
 // ---- a visit ----
 
-static void read_grid(fld_host::Dataset& dataset, int grid, LinkedVisit& visit)
+namespace
+{
+
+// The values of a grid that was read whole.
+struct GridValues {
+    int grid;
+    std::vector<float> values;
+};
+
+} // namespace
+
+static void read_grid(fld_host::Dataset& dataset, int grid, LinkedVisit& visit,
+                      std::vector<GridValues>& whole)
 {
     const fld_host::Contents& contents = dataset.contents();
     const auto nodes = static_cast<size_t>(contents.node_counts[static_cast<size_t>(grid)]);
@@ -88,6 +101,34 @@ static void read_grid(fld_host::Dataset& dataset, int grid, LinkedVisit& visit)
     for (size_t row = 0; row < contents.rows.size(); ++row) {
         visit.trace += reals_line("value", values.data() + row * nodes, count);
     }
+    whole.push_back({grid, std::move(values)});
+}
+
+// Every variable alone has the values that it has among the others. Only what is wrong is written
+// down.
+static void read_alone(fld_host::Dataset& dataset, const GridValues& whole, LinkedVisit& visit)
+{
+    const fld_host::Contents& contents = dataset.contents();
+    const auto nodes = static_cast<size_t>(contents.node_counts[static_cast<size_t>(whole.grid)]);
+    for (size_t i = 0; i < contents.variables.size(); ++i) {
+        const fld_host::Variable& variable = contents.variables[i];
+        std::vector<float> values(nodes * static_cast<size_t>(variable.components) + 1);
+        fld_host::GridSink nothing;
+        try {
+            dataset.read(whole.grid, {false, false, false, {}, {static_cast<int>(i)}},
+                         {nullptr, {values.data()}}, nothing);
+        } catch (const fld_host::Error& failure) {
+            visit.errors.push_back(failure);
+            visit.trace += "read alone\nflag 1\n";
+            continue;
+        }
+        const float* const among =
+            whole.values.data() + static_cast<size_t>(variable.first_row) * nodes;
+        const size_t bytes = (values.size() - 1) * sizeof(float);
+        if (bytes > 0 && memcmp(values.data(), among, bytes) != 0) {
+            visit.trace += "other values alone: " + variable.name + "\n";
+        }
+    }
 }
 
 LinkedVisit visit_linked(const std::string& path, const std::function<void()>& meanwhile)
@@ -112,15 +153,19 @@ LinkedVisit visit_linked(const std::string& path, const std::function<void()>& m
             visit.trace += "time 0 flag 1\n";
         }
         if (meanwhile) meanwhile();
+        std::vector<GridValues> whole;
         for (int grid = 0; grid < std::ssize(contents.node_counts); ++grid) {
-            read_grid(dataset, grid, visit);
+            read_grid(dataset, grid, visit, whole);
         }
         visit.trace += "close\n";
+        visit.messages = reader->take_messages();
+        for (const GridValues& values : whole) read_alone(dataset, values, visit);
     } catch (const fld_host::Error& failure) {
         visit.errors.push_back(failure);
         visit.trace += "flag 1\n";
+        visit.messages = reader->take_messages();
     }
-    visit.messages = reader->take_messages();
+    (void)reader->take_messages(); // again, of variables alone
     return visit;
 }
 

@@ -36,6 +36,7 @@ struct Loops {
 };
 
 // The loops once more, as `attribute` lets the compiler build them.
+// NOLINTBEGIN(bugprone-macro-parentheses): an attribute takes none.
 #define LOOPS_FOR(name, attribute)                                                                 \
     attribute static void reverse_4_bytes_##name(void* data, int64_t count)                        \
     {                                                                                              \
@@ -52,6 +53,7 @@ struct Loops {
     static constexpr Loops loops_##name = {reverse_4_bytes_##name, reverse_8_bytes_##name,         \
                                            holds_value_##name};
 
+// NOLINTEND(bugprone-macro-parentheses)
 LOOPS_FOR(any, )
 
 // For speed only: recent processors reverse bytes about five times as fast so. Chosen when the
