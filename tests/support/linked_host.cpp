@@ -160,6 +160,13 @@ LinkedVisit visit_linked(const std::string& path, const std::function<void()>& m
         visit.trace += "close\n";
         visit.messages = reader->take_messages();
         for (const GridValues& values : whole) read_alone(dataset, values, visit);
+        for (int grid = 0; grid < std::ssize(contents.node_counts); ++grid) {
+            try {
+                (void)dataset.size(grid); // whatever the file holds by now
+            } catch (const fld_host::Error&) {
+                continue;
+            }
+        }
     } catch (const fld_host::Error& failure) {
         visit.errors.push_back(failure);
         visit.trace += "flag 1\n";
