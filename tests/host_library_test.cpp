@@ -289,6 +289,10 @@ TEST_P(HostLibrary, notices_what_changes_during_a_read)
     const auto results = [](int32_t system) {
         return FldFile{{{coordinate_system(system), vector("U", "", cube_corners(4))}}};
     };
+    (void)write("turned", {{"s1.fld", tetrahedron_file()}, {"s2.fld", results(1)}});
+    fld_host::Dataset turned(reader, directory.path("turned/s2.fld"));
+    EXPECT_EQ(deliver(turned, 0, {false, false, false, {}, {0}}).variables[0],
+              deliver(turned, 0, turned.everything()).variables[0]);
     const std::string path = write("a", {{"s1.fld", tetrahedron_file()}, {"s2.fld", results(0)}});
     fld_host::Dataset dataset(reader, path);
     struct Exchange : GridSink {
