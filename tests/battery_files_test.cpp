@@ -164,7 +164,8 @@ protected:
             if (text.find(" names node ") != std::string::npos) return;
             if (text.find("there is room for") != std::string::npos) return;
         }
-        EXPECT_EQ(linked.trace, without_output(trace));
+        EXPECT_EQ(without_output(linked.trace), without_output(trace));
+        if (trace.find(" bytes more\n") != std::string::npos) return; // of which nobody keeps all
         EXPECT_EQ(said(linked.messages, folder), said(output(trace), folder));
     }
 
