@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <unistd.h>
 
@@ -63,7 +64,6 @@ public:
     }
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
-    [[nodiscard]] const std::string& path() const { return path_; }
 
 private:
     std::string path_;
@@ -102,41 +102,37 @@ std::vector<Start> readable_starts(const FileWalk& walk)
     throw Error(Error::Kind::cannot_open, file, what);
 }
 
-static void copy_start(const std::string& file, int64_t bytes, const std::string& closing,
-                       const std::string& draft, const SalvageProgress& progress)
+[[noreturn]] static void fail_to_write(const std::string& file)
 {
-    const File from(fopen(file.c_str(), "rb"));
-    if (!from) fail(file, std::strerror(errno));
-    File to(fopen(draft.c_str(), "wb"));
-    if (!to) fail(draft, std::string("cannot be written: ") + std::strerror(errno));
+    fail(file, std::string("cannot be written: ") + std::strerror(errno));
+}
+
+// Makes a draft the first bytes of a file, with the record that closes them. It has `there` of
+// them.
+static void make_start(const std::string& file, int64_t there, int64_t bytes,
+                       const std::string& closing, const std::string& draft,
+                       const SalvageProgress& progress)
+{
+    std::error_code failed;
+    fs::resize_file(draft, static_cast<uintmax_t>(std::min(there, bytes)), failed);
+    if (failed) fail(draft, "cannot be written: " + failed.message());
+    std::ifstream from(file, std::ios::binary);
+    File to(fopen(draft.c_str(), "ab"));
+    if (!to) fail_to_write(draft);
+    from.seekg(std::min(there, bytes));
     std::vector<char> block(size_t{4} << 20);
-    for (int64_t done = 0; done < bytes;) {
-        const auto size = static_cast<size_t>(
-            std::min<int64_t>(static_cast<int64_t>(block.size()), bytes - done));
-        if (fread(block.data(), 1, size, from.get()) != size) fail(file, "cannot be read");
-        if (fwrite(block.data(), 1, size, to.get()) != size) {
-            fail(draft, std::string("cannot be written: ") + std::strerror(errno));
-        }
-        done += static_cast<int64_t>(size);
+    for (int64_t done = there; done < bytes;) {
+        const auto size = std::min<int64_t>(std::ssize(block), bytes - done);
+        if (!from.read(block.data(), size)) fail(file, "cannot be read");
+        const auto count = static_cast<size_t>(size);
+        if (fwrite(block.data(), 1, count, to.get()) != count) fail_to_write(draft);
+        done += size;
         if (!progress("copying", done, bytes)) {
             throw Error(Error::Kind::cancelled, file, "cancelled");
         }
     }
     const bool closed = fwrite(closing.data(), 1, closing.size(), to.get()) == closing.size();
-    if (!closed || fclose(to.release()) != 0) {
-        fail(draft, std::string("cannot be written: ") + std::strerror(errno));
-    }
-}
-
-// Makes a draft end earlier.
-static void shorten(const std::string& draft, int64_t bytes, const std::string& closing)
-{
-    std::error_code failed;
-    fs::resize_file(draft, static_cast<uintmax_t>(bytes), failed);
-    const File to(failed ? nullptr : fopen(draft.c_str(), "ab"));
-    if (!to || fwrite(closing.data(), 1, closing.size(), to.get()) != closing.size()) {
-        fail(draft, "cannot be written");
-    }
+    if (!closed || fclose(to.release()) != 0) fail_to_write(draft);
 }
 
 // Why a draft is not whole; none when it is. Results may lack their grid file: under this name they
@@ -198,23 +194,41 @@ static Salvage write_salvage(const std::string& file, const std::string& out,
     }
     const std::string closing = name_record("OverlapEnd", salvage.walk.big_endian);
     const Draft draft(path);
-    copy_start(file, starts[0].bytes, closing, path, progress);
-    for (const Start& start : starts) {
-        if (&start != starts.data()) shorten(path, start.bytes, closing);
+    int64_t in_draft = 0; // of the file's bytes in the draft
+    const auto is_readable = [&](const Start& start) {
+        make_start(file, in_draft, start.bytes, closing, path, progress);
+        in_draft = start.bytes;
         const std::optional<Error> refused = read_back(path, progress, &salvage.lacks_grid_file);
-        if (refused) {
-            if (salvage.why_less.empty()) {
-                const std::string text = refused->what();
-                salvage.why_less =
-                    text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
-            }
-            continue;
+        if (refused && salvage.why_less.empty()) {
+            const std::string text = refused->what();
+            salvage.why_less = text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
         }
-        salvage.start = start;
-        name_draft(path, out);
-        return salvage;
+        return !refused;
+    };
+    // What makes a start unreadable is in every longer one too. So the longest that is readable is
+    // found in a few tries, however many sections there are.
+    size_t longest = 0; // of those that are readable: all before it are refused
+    if (!is_readable(starts[0])) {
+        longest = 1;
+        size_t end = starts.size(); // this one is readable, or there is none
+        while (longest < end) {
+            const size_t middle = longest + (end - longest) / 2;
+            if (is_readable(starts[middle]))
+                end = middle;
+            else
+                longest = middle + 1;
+        }
+        if (end == starts.size()) {
+            throw Error(Error::Kind::damaged, file,
+                        "nothing of it can be read: " + salvage.why_less);
+        }
+        if (in_draft != starts[end].bytes && !is_readable(starts[end])) {
+            throw Error(Error::Kind::changed, file, "changed while it was read");
+        }
     }
-    throw Error(Error::Kind::damaged, file, "nothing of it can be read: " + salvage.why_less);
+    salvage.start = starts[longest];
+    name_draft(path, out);
+    return salvage;
 }
 
 Salvage salvage_file(const std::string& file, const std::string& out,

@@ -282,6 +282,16 @@ TEST_F(Program, salvages_what_can_be_read)
         EXPECT_EQ(run("salvage nothing .").status, 1);
         EXPECT_FALSE(std::filesystem::exists(directory_.path("out.fld")));
     }
+    // A reader's index of results takes 2,048 sections: the coordinate system, P and 2,046 more.
+    FldFile many = good;
+    for (int i = 0; i < 3000; ++i) {
+        many.grids[0].push_back(
+            scalar(std::string("Q").append(std::to_string(i)), "", {1, 2, 3, 4}));
+    }
+    write("many", many);
+    EXPECT_EQ(result("salvage many out.fld")["grids"], 1);
+    EXPECT_EQ(occurrences(file_content(directory_.path("out.fld")), "LS_Scalar:Q"), 2046U);
+    std::filesystem::remove(directory_.path("out.fld"));
     (void)directory_.write("cut_1.fld", build(good).substr(0, build(good).size() - 20));
     EXPECT_NE(run("salvage cut_1.fld " + std::string(300, 'n') + " --json").out.find("too long"),
               std::string::npos);

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <new>
 #include <optional>
@@ -30,8 +29,6 @@ struct Options {
     bool whole_series = false;
     bool json = false;
 };
-
-using Run = std::function<int(const Request&)>;
 
 // ---- the commands ----
 

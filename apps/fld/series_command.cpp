@@ -129,19 +129,22 @@ static void print_text(const FoundSeries& series, FILE* out)
 
 // ---- JSON ----
 
+static nlohmann::json step_json(const SeriesFile& step)
+{
+    // The number is a text: it may have more digits than a program's integers.
+    nlohmann::json result = {{"number", step.number}};
+    put_file(result, "file", step.path);
+    if (step.time) result["time"] = json_real(*step.time);
+    if (step.holds_grid) result["has_grid"] = *step.holds_grid;
+    return result;
+}
+
 static nlohmann::json series_json(const FoundSeries& series)
 {
     nlohmann::json result = {{"files", nlohmann::json::array()},
                              {"missing", nlohmann::json::array()}};
     put_file(result, "file", series.name);
-    for (const SeriesFile& entry : series.files) {
-        // A text: a number may have more digits than a program's integers.
-        nlohmann::json file = {{"number", entry.number}};
-        put_file(file, "file", entry.path);
-        if (entry.time) file["time"] = json_real(*entry.time);
-        if (entry.holds_grid) file["has_grid"] = *entry.holds_grid;
-        result["files"].push_back(std::move(file));
-    }
+    for (const SeriesFile& file : series.files) result["files"].push_back(step_json(file));
     for (const MissingNumbers& gap : missing_numbers(series.files)) {
         result["missing"].push_back({{"first", gap.first}, {"last", gap.last}, {"step", gap.step}});
     }
@@ -200,12 +203,8 @@ static void print_step(const Request& request, SeriesFile& file)
     (void)take_library_text();
     clear_progress();
     if (request.json) {
-        nlohmann::json step = {{"number", file.number}};
-        put_file(step, "file", file.path);
-        if (file.time) step["time"] = json_real(*file.time);
-        if (file.holds_grid) step["has_grid"] = *file.holds_grid;
         const std::string line =
-            step.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+            step_json(file).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
         (void)fprintf(request.out, "%s\n", line.c_str());
     } else {
         (void)fprintf(request.out, "%s  time %s  grid %s\n", printable(file.path).c_str(),

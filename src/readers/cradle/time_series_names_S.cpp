@@ -24,6 +24,7 @@ struct SeriesName {
     char prefix[TEXT_SIZE];
     char extension[TEXT_SIZE]; // with its dot
     SeriesForm form;
+    bool is_plain; // no character of it means anything else in an expression
 };
 
 static bool is_digit(char c)
@@ -147,18 +148,14 @@ static bool is_plain(const char* text)
 // compared as they are, which says the same at a small part of the cost.
 static bool matches(const SeriesName& given, const SeriesExpression& expression, const char* name)
 {
-    const bool in_base = given.form == SeriesForm::numbered_base;
-    const char* const ending = in_base ? given.extension : "";
-    if (!is_plain(given.prefix) || (*ending != '\0' && !is_plain(ending + 1))) {
-        return matches_series_expression(expression, name);
-    }
+    if (!given.is_plain) return matches_series_expression(expression, name);
     const size_t length = strlen(given.prefix);
     if (strncmp(name, given.prefix, length) != 0) return false;
-    const char* const begin = name + length + (in_base ? 0 : 1);
-    if (!in_base && name[length] != '.') return false;
+    const char* begin = name + length;
+    if (given.form == SeriesForm::numbered_extension && *begin++ != '.') return false;
     const char* digit = begin;
     while (is_digit(*digit)) ++digit;
-    return digit != begin && strcmp(digit, ending) == 0;
+    return digit != begin && strcmp(digit, given.extension) == 0;
 }
 
 // ---- the table ----
@@ -239,6 +236,8 @@ int32_t time_series_names_S(const char* name, int32_t* index)
     SeriesName given{};
     SeriesExpression expression;
     if (!split_series_name(name, &given) || !compile_expression(given, &expression)) return 0;
+    const char* const ending = given.extension[0] == '.' ? given.extension + 1 : given.extension;
+    given.is_plain = is_plain(given.prefix) && is_plain(ending);
     if (!list_series(given, expression, &count)) return 0;
     std::sort(TimeSeriesTable, TimeSeriesTable + count,
               [](const TimeSeriesEntry& a, const TimeSeriesEntry& b) {
