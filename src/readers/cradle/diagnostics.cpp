@@ -1,6 +1,7 @@
 #include "readers/cradle/diagnostics.h"
 
 #include "readers/cradle/heap_array.h"
+#include "ui/util/utf8wrap.h"
 
 #include <cstdarg>
 #include <cstdint>
@@ -29,12 +30,12 @@ static void pass_to_sink(const char* format, va_list arguments)
     message_sink(sink_context, whole ? whole.get() : text);
 }
 
-static void print(FILE* stream, const char* format, va_list arguments)
+static void say(utf8wrap::Output output, const char* format, va_list arguments)
 {
     if (message_sink) {
         pass_to_sink(format, arguments);
     } else {
-        (void)vfprintf(stream, format, arguments);
+        utf8wrap::print(output, format, arguments);
     }
 }
 
@@ -42,7 +43,7 @@ void print_diagnostic(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    print(stdout, format, arguments);
+    say(utf8wrap::Output::standard, format, arguments);
     va_end(arguments);
 }
 
@@ -50,6 +51,6 @@ void print_series_diagnostic(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    print(stderr, format, arguments);
+    say(utf8wrap::Output::error, format, arguments);
     va_end(arguments);
 }

@@ -80,10 +80,10 @@ FirstGrid look_at_first_grid(const char* name)
 
 // Whoever walks through a series opens one results file after the other, and each is paired with
 // the same grid file, past all steps between them. So files without a grid are remembered, beyond
-// the life of a dataset, as long as nobody writes to them. (What a program writes through a mapping
-// of the file shows in the file's times only now and then; solvers write records.) A set holds the
-// files of one hash value, the one remembered last in front; a file that is pushed out of its set
-// is looked at once more.
+// the life of a dataset, as long as nobody writes to them, and only where a file's times tell that.
+// (What a program writes through a mapping of the file shows in them only now and then; solvers
+// write records.) A set holds the files of one hash value, the one remembered last in front; a file
+// that is pushed out of its set is looked at once more.
 constexpr size_t REMEMBERED_SETS = 8192;
 constexpr size_t SET_SIZE = 16;
 using RememberedSet = utf8wrap::FileStatus[SET_SIZE];
@@ -107,7 +107,8 @@ constexpr int64_t STEADY_NANOSECONDS = 2'000'000'000;
 
 static bool is_steady(const utf8wrap::FileStatus& file, int64_t now)
 {
-    return file.modified <= now - STEADY_NANOSECONDS && file.changed <= now - STEADY_NANOSECONDS;
+    return file.tells_changes && file.modified <= now - STEADY_NANOSECONDS &&
+           file.changed <= now - STEADY_NANOSECONDS;
 }
 
 static void remember_without_grid(const utf8wrap::FileStatus& file)

@@ -1,8 +1,10 @@
-// The platform layer: files by UTF-8 path, read by 64-bit positions, their status, and directory
-// listings.
-// Nothing above this file calls the operating system for files.
+// The platform layer: files by UTF-8 path, read by 64-bit positions, their status, directory
+// listings, and what the process prints. One source file for each kind of system stands behind it.
+// Nothing in the library above this file calls the operating system for files. What fails leaves
+// its reason in errno, where a function does not say otherwise.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -10,11 +12,12 @@
 namespace utf8wrap
 {
 
-// Opens a regular file; null for anything else (a directory, a pipe that would block) and for
-// whatever the system refuses. The caller closes the stream.
+// Opens a regular file to be read ("rb"); null for anything else (a directory, a pipe that would
+// block) and for whatever the system refuses. Other programs may write to it, rename it and remove
+// it all the while. The caller closes the stream.
 [[nodiscard]] FILE* fopen(const char* path, const char* mode);
 
-// Reads bytes from a position on, beyond 4 GiB too and without moving the stream; their number is
+// Reads bytes from a position on, beyond 4 GiB too and wherever the stream stands; their number is
 // less than asked for at the end of the file, or when the system fails to read.
 [[nodiscard]] int64_t read_at(FILE* stream, int64_t position, int64_t count, void* to,
                               bool* failed);
@@ -24,6 +27,9 @@ namespace utf8wrap
 
 struct FileStatus {
     bool is_regular;
+    bool is_directory;
+    // Whether every change of the content shows in the times as soon as it is made.
+    bool tells_changes;
     uint64_t device; // with the number: which file it is, whatever its name
     uint64_t file_number;
     int64_t size; // bytes
@@ -64,5 +70,11 @@ struct Listing {
 
 // The next matching entry, each name once, "." and ".." among them; false at the end.
 [[nodiscard]] bool FindNextFileA(Listing* listing, FoundEntry* entry);
+
+enum class Output { standard, error };
+
+// Prints on standard output or standard error, as a C program's vfprintf does, with "\n" alone for
+// line ends. What the host's own C library keeps in its buffers is not waited for.
+[[gnu::format(printf, 2, 0)]] void print(Output output, const char* format, va_list arguments);
 
 } // namespace utf8wrap

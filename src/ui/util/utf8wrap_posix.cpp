@@ -19,7 +19,11 @@ FILE* fopen(const char* path, const char* mode)
 {
     // Asked before opening: opening a pipe would wait for its writer.
     FileStatus status{};
-    if (_stat64(path, &status) != 0 || !status.is_regular) return nullptr;
+    if (_stat64(path, &status) != 0) return nullptr;
+    if (!status.is_regular) {
+        errno = EINVAL;
+        return nullptr;
+    }
     return ::fopen(path, mode);
 }
 
@@ -64,6 +68,8 @@ int _stat64(const char* path, FileStatus* status)
     };
     if (statx(AT_FDCWD, path, 0, STATX_BASIC_STATS, &found) != 0) return -1;
     *status = {.is_regular = S_ISREG(found.stx_mode),
+               .is_directory = S_ISDIR(found.stx_mode),
+               .tells_changes = true,
                .device = uint64_t{found.stx_dev_major} << 32 | found.stx_dev_minor,
                .file_number = found.stx_ino,
                .size = static_cast<int64_t>(found.stx_size),
@@ -111,6 +117,11 @@ bool FindFirstFileA(const char* pattern, Listing* listing, FoundEntry* entry)
     memcpy(listing->wildcard, wildcard, strlen(wildcard) + 1);
     listing->directory.reset(opendir(directory));
     return listing->directory && FindNextFileA(listing, entry);
+}
+
+void print(Output output, const char* format, va_list arguments)
+{
+    (void)vfprintf(output == Output::standard ? stdout : stderr, format, arguments);
 }
 
 } // namespace utf8wrap
