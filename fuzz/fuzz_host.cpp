@@ -39,7 +39,9 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 static std::string checked_trace()
 {
     EXPECT_TRUE(host().error_flag() == 0 || host().error_flag() == 1) << host().error_flag();
-    return host().take_trace();
+    const std::string trace = host().take_trace();
+    show(trace);
+    return trace;
 }
 
 // Reads the grid twice, into differently filled buffers: what is delivered must not depend on them,
@@ -79,6 +81,7 @@ void run_dataset(const std::string& path, const std::string& choices,
                        .no_coordinates = (wrong & 1) != 0,
                        .no_values = (wrong & 2) != 0,
                        .reader = bits >> 6 & 1U};
+    host().hidden_prefix = path.substr(0, path.find_last_of("/\\") + 1);
     creates_left = choice(choices, 4);
     host().open(path);
     (void)checked_trace();

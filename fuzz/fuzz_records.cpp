@@ -28,6 +28,7 @@ static void compare_records(const fld_fuzz::FldRecords& file)
 static void check_status(int32_t status)
 {
     require(status == NZN_OK || status == NZN_END_OF_FILE || status == NZN_FAILURE, "status");
+    fld_fuzz::show("status " + std::to_string(status) + "\n");
 }
 
 template <class T, class Read> static void read_values(int64_t count, Read read)
@@ -69,6 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const int32_t status = nzn_open_unit(UNIT, directory.write("a.fld", input.file).c_str());
     require(status == NZN_OK || (status == NZN_NOT_UNFORMATTED && !well_framed), "open");
+    fld_fuzz::show("open " + std::to_string(status) + "\n");
     if (status == NZN_OK && well_framed) compare_records(file);
     for (const char step : input.choices) {
         call(static_cast<uint8_t>(step), file_size);

@@ -3,19 +3,17 @@
 // second one holds a grid.
 #include "fuzz_host.h"
 #include "input.h"
+#include "platform.h"
 
-#include <fcntl.h>
+#include <algorithm>
 #include <sstream>
-#include <unistd.h>
-
-using fld_fuzz::require;
 
 constexpr size_t MAX_FILES = 12;
 
 struct NamePlace {
     fld_test::TemporaryDirectory originals, directory;
     std::string files[2];
-    int home = ::open(".", O_RDONLY | O_CLOEXEC);
+    std::filesystem::path home = std::filesystem::current_path();
 
     NamePlace()
     {
@@ -44,13 +42,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const bool by_path = size > 0 && data[0] == '/';
     const auto names = split_names({reinterpret_cast<const char*>(data) + by_path, size - by_path});
     if (names.empty()) return 0;
+    if (!std::all_of(names.begin(), names.end(), fld_test::can_be_named)) {
+        fld_fuzz::show("left out\n");
+    }
     std::vector<std::string> made;
-    require(chdir(place.directory.path("").c_str()) == 0, "cannot change the directory");
+    std::filesystem::current_path(place.directory.path(""));
     for (size_t i = 0; i < names.size(); ++i) {
-        if (symlink(place.files[i % 2].c_str(), names[i].c_str()) == 0) made.push_back(names[i]);
+        if (fld_test::link_file(place.files[i % 2], names[i])) made.push_back(names[i]);
     }
     fld_fuzz::run_dataset(by_path ? place.directory.path(names[0]) : names[0], {});
-    for (const std::string& name : made) unlink(name.c_str());
-    require(fchdir(place.home) == 0, "cannot change the directory back");
+    for (const std::string& name : made) std::filesystem::remove(name);
+    std::filesystem::current_path(place.home);
     return 0;
 }

@@ -5,6 +5,7 @@
 #include "fld_builder.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -40,5 +41,12 @@ std::string framed(const FldRecords& file);
 
 // Ends the process, as a finding, when the condition does not hold.
 void require(bool condition, const char* what);
+
+// Where a replay shows what came of each input; null: nowhere.
+inline FILE* shown = nullptr;
+inline void show(const std::string& trace)
+{
+    if (shown) (void)fwrite(trace.data(), 1, trace.size(), shown);
+}
 
 } // namespace fld_fuzz

@@ -1,22 +1,25 @@
-// Runs a fuzz target once over every file of the given directories.
+// Runs a fuzz target once over every file of a directory: replay DIRECTORY [TRACES]. What comes of
+// each goes to the file TRACES.
 #include "fld_builder.h"
+#include "input.h"
 
-#include <cstdio>
+#include <algorithm>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv)
 {
-    int inputs = 0;
-    if (!freopen("/dev/null", "w", stdout)) return 1;
-    for (int i = 1; i < argc; ++i) {
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
-            const std::string bytes = fld_test::file_content(entry.path());
-            (void)LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()),
-                                         bytes.size());
-            ++inputs;
-        }
+    if (argc > 2) fld_fuzz::shown = fopen(argv[2], "wb");
+    std::vector<std::string> inputs;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[1])) {
+        inputs.push_back(entry.path().string());
     }
-    (void)fprintf(stderr, "%d inputs\n", inputs);
-    return inputs > 0 ? 0 : 1;
+    std::sort(inputs.begin(), inputs.end());
+    for (const std::string& input : inputs) {
+        const std::string bytes = fld_test::file_content(input);
+        fld_fuzz::show("== " + std::filesystem::path(input).filename().string() + "\n");
+        (void)LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    }
+    (void)fprintf(stderr, "%zu inputs\n", inputs.size());
+    return inputs.empty() ? 1 : 0;
 }

@@ -7,6 +7,7 @@
 // The usual run takes a sample of the widest loops; FLD_BATTERY=whole makes them whole.
 #include "datasets.h"
 #include "linked_host.h"
+#include "platform.h"
 
 #include <algorithm>
 #include <fstream>
@@ -39,9 +40,7 @@ static std::string contents(const NamedFile& file, const Format& format)
 {
     if (!file.file.grids.empty()) return build(file.file, format);
     const TemporaryDirectory directory;
-    const std::string command = FLD_SAMPLES_DIRECTORY "/write_samples_little " +
-                                directory.path("") + " --size 4 --only duct";
-    EXPECT_EQ(system(command.c_str()), 0) << command;
+    EXPECT_TRUE(write_samples("little", directory.path(""), "--size 4 --only duct"));
     return file_content(directory.path(file.name));
 }
 

@@ -3,15 +3,18 @@
 #include "faulty_host.h"
 
 #include "ui/util/nzn_io.h"
+#include "ui/util/utf8wrap.h"
 
 #include <array>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <random>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 namespace fld_test
 {
@@ -351,6 +354,33 @@ TEST(BatterySeries, names_at_the_limit)
                                 : "out Cannot open file: " + name + "\nflag 1\n");
     }
     std::filesystem::current_path(before);
+}
+
+// ---- status ----
+
+// Setting a file's time, here to before the epoch, is a change of the file.
+TEST(Listings, tell_files_apart_by_their_status)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.write("a", "12345"), other = directory.write("b", "");
+    std::filesystem::create_hard_link(path, directory.path("link"));
+    const auto status = [](const std::string& of) {
+        utf8wrap::FileStatus found{};
+        EXPECT_EQ(utf8wrap::_stat64(of.c_str(), &found), 0);
+        return found;
+    };
+    const auto before = status(path);
+    const timespec times[] = {{0, 0}, {-2, 5}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    const auto found = status(directory.path("link"));
+    EXPECT_TRUE(found.is_regular);
+    EXPECT_EQ(found.size, 5);
+    EXPECT_EQ(found.modified, -1'999'999'995);
+    EXPECT_GE(found.changed, before.changed);
+    EXPECT_EQ(found.file_number, before.file_number);
+    EXPECT_NE(found.file_number, status(other).file_number);
+    EXPECT_EQ(found.device, status(other).device);
+    EXPECT_NE(found.device, status("/proc/self/stat").device);
 }
 
 } // namespace fld_test

@@ -25,6 +25,15 @@ static size_t occurrences(const std::string& text, const std::string& part)
     return count;
 }
 
+// The program and the reader library of this build, or of another one that runs here too.
+static std::string from_environment(const char* name, const char* otherwise)
+{
+    const char* const value = getenv(name);
+    return value ? value : otherwise;
+}
+static const std::string program = from_environment("FLD_TESTED_PROGRAM", FLD_PROGRAM_PATH);
+static const std::string library = from_environment("FLD_TESTED_READER", FLD_READER_PATH);
+
 // Runs the program in a directory of its own. Every document that it prints is checked against the
 // schema.
 class Program : public testing::Test
@@ -46,9 +55,8 @@ protected:
     ProgramRun shell(const std::string& command) const
     {
         const std::string out = directory_.path("out"), err = directory_.path("err");
-        const std::string line = "cd " + directory_.path("") +
-                                 " && fld() { " FLD_PROGRAM_PATH " \"$@\"; } && { " + command +
-                                 "; } >" + out + " 2>" + err;
+        const std::string line = "cd " + directory_.path("") + " && fld() { " + program +
+                                 " \"$@\"; } && { " + command + "; } >" + out + " 2>" + err;
         const int status = system(line.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, file_content(out), file_content(err)};
     }
@@ -143,7 +151,7 @@ TEST_F(Program, names_the_grid_file_of_results)
 TEST_F(Program, folds_tables_to_the_terminal)
 {
     write("a.fld", tetrahedron_file());
-    const ProgramRun shown = shell("script -qec 'stty cols 60; " FLD_PROGRAM_PATH
+    const ProgramRun shown = shell("script -qec 'stty cols 60; " + program +
                                    " info a.fld 2>/dev/null' /dev/null </dev/null");
     EXPECT_NE(shown.out.find("Pressure (P)"), std::string::npos);
     std::istringstream lines(shown.out);
@@ -219,7 +227,7 @@ TEST_F(Program, keeps_standard_output_pure)
     (void)result("info a.fld");
     const ProgramRun info = run("info a.fld --json");
     EXPECT_EQ(occurrences(info.err, "skipping surface region"), 1U) << info.err;
-    std::filesystem::copy_file(FLD_READER_PATH, directory_.path("own.so"));
+    std::filesystem::copy_file(library, directory_.path("own.so"));
     const ProgramRun loaded = run("info a.fld --json --library own.so");
     EXPECT_EQ(loaded.status, 0) << loaded.err;
     EXPECT_EQ(loaded.out, info.out);
@@ -411,7 +419,7 @@ TEST_F(Program, follows_a_running_series)
     (void)directory_.write("start", bytes.substr(0, 900));
     (void)directory_.write("rest", bytes.substr(900));
     const ProgramRun followed = shell(
-        FLD_PROGRAM_PATH
+        program +
         " series --follow s1.fld >steps & "
         "wait_for() { for i in $(seq 300); do grep -q \"$1\" steps && return; sleep 0.1; done; }; "
         "wait_for s1.fld; cp start s2.fld; sleep 0.5; cat steps; cat rest >>s2.fld; "

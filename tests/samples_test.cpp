@@ -1,6 +1,7 @@
 // The sample files, written by the Fortran runtime: the same trace in every framing, and every
 // value against its formula.
 #include "datasets.h"
+#include "platform.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,14 +18,6 @@ constexpr const char* writers[] = {"little", "big", "short", "big_short"};
 constexpr const char* sample_files[] = {"duct.fld",         "overlap.fld",      "annulus_0000.fld",
                                         "annulus_0001.fld", "annulus_0003.fld", "annulus_0004.fld"};
 
-static void write_samples(const std::string& writer, const TemporaryDirectory& directory,
-                          const std::string& options)
-{
-    const std::string command =
-        FLD_SAMPLES_DIRECTORY "/write_samples_" + writer + " " + directory.path("") + " " + options;
-    ASSERT_EQ(system(command.c_str()), 0) << command;
-}
-
 TEST(Samples, have_one_trace_in_every_framing)
 {
     TestHost host;
@@ -36,7 +29,7 @@ TEST(Samples, have_one_trace_in_every_framing)
         std::map<std::string, std::string> traces;
         for (const char* writer : writers) {
             const TemporaryDirectory directory;
-            write_samples(writer, directory, options);
+            ASSERT_TRUE(write_samples(writer, directory.path(""), options)) << options;
             for (const char* file : sample_files) {
                 const std::string trace = host.visit(directory.path(file));
                 const auto [first, is_first] = traces.emplace(file, trace);
@@ -74,7 +67,8 @@ protected:
     {
         host_.start();
         host_.controls.variable_capacity = 16;
-        write_samples("big_short", directory_, std::string("--size 5 --precision ") + GetParam());
+        const std::string options = std::string("--size 5 --precision ") + GetParam();
+        ASSERT_TRUE(write_samples("big_short", directory_.path(""), options));
         host_.open(directory_.path(file));
         host_.peek(directory_.path(file));
         EXPECT_EQ(pick(host_.take_trace(), {"time", "boundary", "variable"}), names);

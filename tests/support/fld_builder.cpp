@@ -1,5 +1,7 @@
 #include "fld_builder.h"
 
+#include "platform.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
@@ -399,12 +401,7 @@ std::string file_content(const std::string& path)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-TemporaryDirectory::TemporaryDirectory()
-{
-    std::string pattern = std::filesystem::temp_directory_path() / "fld_test_XXXXXX";
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make " + pattern);
-    path_ = pattern;
-}
+TemporaryDirectory::TemporaryDirectory() : path_(make_directory()) {}
 
 TemporaryDirectory::~TemporaryDirectory()
 {

@@ -180,7 +180,10 @@ public:
 
     // Writes a file and gives its path.
     [[nodiscard]] std::string write(const std::string& name, const std::string& bytes) const;
-    [[nodiscard]] std::string path(const std::string& name) const { return path_ / name; }
+    [[nodiscard]] std::string path(const std::string& name) const
+    {
+        return (path_ / name).string();
+    }
 
 private:
     std::filesystem::path path_;

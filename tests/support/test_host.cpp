@@ -1,17 +1,12 @@
 #include "test_host.h"
 
+#include "platform.h"
+
 #include <algorithm>
-#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <new>
-#include <sanitizer/common_interface_defs.h>
 #include <span>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#pragma weak __sanitizer_set_report_fd // null without sanitizers
 
 namespace fld_test
 {
@@ -19,8 +14,6 @@ namespace fld_test
 using fld_host::Shape;
 
 // ---- guarded buffers ----
-
-constexpr size_t PAGE = 4096;
 
 // Behind each of them memory ends: not even a read goes past it. Kept for arrays to come.
 static std::vector<std::span<unsigned char>> spare_mappings;
@@ -33,12 +26,7 @@ static std::span<unsigned char> take_mapping(size_t size)
         return spare;
     }
     size = std::max((size + PAGE - 1) / PAGE, size_t{16}) * PAGE;
-    void* const memory =
-        mmap(nullptr, size + PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) throw std::bad_alloc();
-    auto* const bytes = static_cast<unsigned char*>(memory);
-    EXPECT_EQ(mprotect(bytes + size, PAGE, PROT_NONE), 0);
-    return {bytes, size};
+    return {map_guarded(size), size};
 }
 
 // An array at the end of a mapping, and a guard before it. Both are filled until they are written.
@@ -71,73 +59,6 @@ private:
     size_t size_;
     std::span<unsigned char> mapping_;
 };
-
-// ---- captured output ----
-
-static const int memory_files[2] = {memfd_create("out", 0), memfd_create("err", 0)};
-
-// Reports of the sanitizers go past them.
-[[maybe_unused]] static const bool reports_go_past = [] {
-    void* const to = std::bit_cast<void*>(intptr_t{dup(2)});
-    return __sanitizer_set_report_fd && (__sanitizer_set_report_fd(to), true);
-}();
-
-// Of more than this at a time the rest is counted only.
-constexpr off_t MOST_OUTPUT = 1 << 18;
-
-// While it lives, file descriptors 1 and 2 lead to memory files.
-class Capture
-{
-public:
-    Capture()
-    {
-        (void)fflush(stdout);
-        for (int i = 0; i < 2; ++i) {
-            saved_[i] = dup(i + 1);
-            dup2(memory_files[i], i + 1);
-        }
-        is_active = true;
-    }
-    ~Capture()
-    {
-        (void)fflush(stdout);
-        for (int i = 0; i < 2; ++i) {
-            dup2(saved_[i], i + 1);
-            ::close(saved_[i]);
-        }
-        is_active = false;
-    }
-    Capture(const Capture&) = delete;
-    Capture& operator=(const Capture&) = delete;
-
-    // What was written to stream 0 (standard output) or 1 (standard error) since the last time: all
-    // that stands before the position of the file, which begins anew.
-    static std::string take(int stream)
-    {
-        (void)fflush(stdout);
-        const int file = memory_files[stream];
-        const off_t written = lseek(file, 0, SEEK_CUR);
-        if (written <= 0) return {};
-        std::string text(static_cast<size_t>(std::min(written, MOST_OUTPUT)), '\0');
-        EXPECT_EQ(pread(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-        lseek(file, 0, SEEK_SET);
-        if (written <= MOST_OUTPUT) return text;
-        return text + "... " + std::to_string(written - MOST_OUTPUT) + " bytes more\n";
-    }
-
-    static inline bool is_active = false;
-
-private:
-    int saved_[2] = {};
-};
-
-// A file that stayed open takes the lowest free descriptor.
-static int lowest_free_descriptor()
-{
-    const int probe = dup(memory_files[0]);
-    ::close(probe);
-    return probe;
-}
 
 // ---- the trace ----
 
