@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (fld_test::link_file(place.files[i % 2], names[i])) made.push_back(names[i]);
     }
     fld_fuzz::run_dataset(by_path ? place.directory.path(names[0]) : names[0], {});
-    for (const std::string& name : made) std::filesystem::remove(name);
+    for (const std::string& name : made) fld_test::remove_file(name);
     std::filesystem::current_path(place.home);
     return 0;
 }

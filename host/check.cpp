@@ -5,8 +5,8 @@
 #include "text.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <new>
+#include <system_error>
 
 namespace fld_host
 {
@@ -67,11 +67,8 @@ static void read_all_grids(Dataset& dataset, const CheckProgress& progress, File
                         progress);
         check.grid_errors.emplace_back();
         try {
-            Buffers buffers{coords.prepare(3 * nodes), {}};
-            float* const rows = values.prepare(contents.rows.size() * nodes);
-            for (const Variable& variable : contents.variables) {
-                buffers.variables.push_back(rows + static_cast<size_t>(variable.first_row) * nodes);
-            }
+            const Buffers buffers = buffers_of(contents, coords.prepare(3 * nodes),
+                                               values.prepare(contents.rows.size() * nodes), nodes);
             dataset.read(static_cast<int>(grid), dataset.everything(), buffers, sink);
         } catch (const Error& failure) {
             if (failure.kind == Error::Kind::cancelled) throw;
@@ -118,10 +115,9 @@ std::string damage_text(const FileWalk& walk)
     return text + ")";
 }
 
-static Error explained(const Error& failure, const std::string& reason)
+static Error with_text(const Error& failure, const std::string& reason)
 {
-    Error better(failure.kind, failure.file, failure.what_fails + ": " + reason,
-                 failure.reader_says);
+    Error better(failure.kind, failure.file, reason, failure.reader_says);
     better.what_fails = failure.what_fails;
     return better;
 }
@@ -130,11 +126,10 @@ static Error explained(const Error& failure, const std::string& reason)
 static std::string damaged_step_before(const std::string& file)
 {
     constexpr int MOST_STEPS = 100;
-    const std::optional<SeriesName> name = split_series_name(file);
     std::vector<SeriesFile> steps;
     try {
-        if (name) steps = list_series(*name);
-    } catch (const std::filesystem::filesystem_error&) {
+        steps = list_steps(file);
+    } catch (const std::system_error&) {
         return "";
     }
     const auto itself = std::ranges::find(steps, file, &SeriesFile::path);
@@ -149,16 +144,17 @@ static std::string damaged_step_before(const std::string& file)
 Error with_reason(const Error& failure)
 {
     if (failure.kind == Error::Kind::no_grid_file) {
+        const std::string misnamed = why_in_no_series(failure.file);
+        if (!misnamed.empty()) return with_text(failure, failure.what_fails + ": " + misnamed);
         const std::string step = damaged_step_before(failure.file);
-        const std::string known = std::string(failure.what()).substr(failure.file.size() + 2);
-        if (step.empty() || known.find(" was passed over") != std::string::npos) return failure;
-        Error better(failure.kind, failure.file, known + "; " + step, failure.reader_says);
-        better.what_fails = failure.what_fails;
-        return better;
+        const bool is_known = failure.reason.find(" was passed over") != std::string::npos;
+        if (step.empty() || is_known) return failure;
+        return with_text(failure, failure.reason + "; " + step);
     }
     if (failure.has_reason) return failure;
     const FileWalk walk = walk_file(failure.file);
-    return walk.damage.empty() ? failure : explained(failure, damage_text(walk));
+    if (walk.damage.empty()) return failure;
+    return with_text(failure, failure.what_fails + ": " + damage_text(walk));
 }
 
 } // namespace fld_host

@@ -221,6 +221,15 @@ void Dataset::ensure_open()
 
 // ---- what is known before a read ----
 
+Buffers buffers_of(const Contents& contents, float* coords, float* values, size_t nodes)
+{
+    Buffers buffers{coords, {}};
+    for (const Variable& variable : contents.variables) {
+        buffers.variables.push_back(values + static_cast<size_t>(variable.first_row) * nodes);
+    }
+    return buffers;
+}
+
 Wanted Dataset::everything() const
 {
     Wanted wanted;

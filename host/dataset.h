@@ -58,6 +58,10 @@ struct Buffers {
                                    // values are +infinity
 };
 
+// Buffers for all variables: their planes of `nodes` values follow one another from `values` on, as
+// the reader has its rows.
+Buffers buffers_of(const Contents& contents, float* coords, float* values, size_t nodes);
+
 // What a grid has, known before anything of it is read.
 struct GridSize {
     std::array<int64_t, SHAPE_COUNT> cells{}; // by shape

@@ -20,11 +20,10 @@ public:
         cancelled // by the sink
     };
 
-    // `reason` follows the file's name.
-    Error(Kind k, const std::string& blamed, const std::string& reason,
-          const std::string& words = "")
-        : std::runtime_error(blamed.empty() ? reason : blamed + ": " + reason), kind(k),
-          file(blamed), reader_says(words)
+    // In what() `why` follows the file's name.
+    Error(Kind k, const std::string& blamed, const std::string& why, const std::string& words = "")
+        : std::runtime_error(blamed.empty() ? why : blamed + ": " + why), kind(k), file(blamed),
+          reason(why), reader_says(words)
     {
     }
 
@@ -32,6 +31,7 @@ public:
     std::string what_fails; // "cannot be opened", "grid 2 cannot be read"
     bool has_reason = true; // false: what is said of the reason is a guess
     std::string file;       // the one to blame: the grid file, when that is the damaged one
+    std::string reason;     // what() without the file
     // The linked reader's own lines, which are printed nowhere else; empty for a loaded library,
     // whose lines go where it prints them.
     std::string reader_says;

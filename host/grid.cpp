@@ -1,5 +1,7 @@
 #include "grid.h"
 
+#include "platform.h"
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -7,7 +9,6 @@
 #include <limits>
 #include <new>
 #include <numeric>
-#include <sys/mman.h>
 
 namespace fld_host
 {
@@ -110,23 +111,19 @@ std::vector<RegionSummary> GridSummary::regions(size_t boundary_count) const
 
 // ---- values at the nodes ----
 
+void FloatBuffer::Free::operator()(float* floats) const
+{
+    release_memory(floats);
+}
+
 float* FloatBuffer::prepare(size_t count)
 {
     if (count <= capacity_ && floats_) return floats_.get();
     floats_.reset();
     capacity_ = 0;
-    constexpr size_t HUGE_PAGE = size_t{2} << 20;
     if (count > SIZE_MAX / sizeof(float)) throw std::bad_alloc();
-    const size_t bytes = std::max<size_t>(count * sizeof(float), sizeof(float));
-    void* memory = nullptr;
-    const bool large = bytes >= 2 * HUGE_PAGE;
-    if (posix_memalign(&memory, large ? HUGE_PAGE : alignof(std::max_align_t), bytes) != 0) {
-        throw std::bad_alloc();
-    }
-    // Touching fresh memory page by page would cost more than reading the file; this is advice
-    // only, so a refusal does not matter.
-    if (large) (void)madvise(memory, bytes, MADV_HUGEPAGE);
-    floats_.reset(static_cast<float*>(memory));
+    floats_.reset(static_cast<float*>(allocate_memory(std::max<size_t>(count, 1) * sizeof(float))));
+    if (!floats_) throw std::bad_alloc();
     capacity_ = count;
     return floats_.get();
 }

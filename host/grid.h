@@ -6,7 +6,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -86,7 +85,7 @@ public:
 
 private:
     struct Free {
-        void operator()(float* floats) const { std::free(floats); }
+        void operator()(float* floats) const;
     };
     std::unique_ptr<float[], Free> floats_;
     size_t capacity_ = 0;

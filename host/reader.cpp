@@ -4,14 +4,15 @@
 #include "reader_state.h"
 #include "readers/cradle/exports.h"
 #include "readers/cradle/linked_reader.h"
+#include "ui/util/utf8wrap.h"
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace fld_host
@@ -128,7 +129,15 @@ static bool has(const std::string& text, const char* part)
     return text.find(part) != std::string::npos;
 }
 
-// The last line that is no warning, without the words that every line begins with.
+std::string without_opening(std::string line)
+{
+    for (const std::string word : {"Data reader error: ", "FLD file error: ", "Error: "}) {
+        if (line.starts_with(word)) line.erase(0, word.size());
+    }
+    return line;
+}
+
+// The last line that is no warning.
 static std::string last_words(const std::string& says)
 {
     std::string last;
@@ -136,10 +145,7 @@ static std::string last_words(const std::string& says)
     for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && !line.starts_with("Data reader warning: ")) last = line;
     }
-    for (const std::string word : {"Data reader error: ", "FLD file error: ", "Error: "}) {
-        if (last.starts_with(word)) last.erase(0, word.size());
-    }
-    return last;
+    return without_opening(last);
 }
 
 // Files that the search for a grid file could not look into.
@@ -237,12 +243,15 @@ std::shared_ptr<Reader> Reader::linked()
 
 std::shared_ptr<Reader> Reader::load(const std::string& path)
 {
-    // By the file that it is, whatever its name: a library's data is there once.
-    static auto& loaded = *new std::map<std::string, std::shared_ptr<Reader>>;
-    std::error_code unknown;
-    const std::filesystem::path real = std::filesystem::canonical(path, unknown);
+    // By the file that it is, whatever its name: a library's data is there once. What the system
+    // finds elsewhere goes by its name.
+    using Identity = std::tuple<uint64_t, uint64_t, std::string>;
+    static auto& loaded = *new std::map<Identity, std::shared_ptr<Reader>>;
+    utf8wrap::FileStatus status{};
+    const bool is_file = utf8wrap::_stat64(path.c_str(), &status) == 0;
     const Turn turn;
-    std::shared_ptr<Reader>& reader = loaded[unknown ? path : real.string()];
+    std::shared_ptr<Reader>& reader =
+        loaded[{status.device, status.file_number, is_file ? "" : path}];
     if (reader) return reader;
     auto state = std::make_unique<ReaderState>();
     try {

@@ -15,6 +15,9 @@ namespace fld_host
 
 struct ReaderState;
 
+// A line that a reader says without the words that its complaints begin with.
+std::string without_opening(std::string line);
+
 class Reader
 {
 public:

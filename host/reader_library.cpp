@@ -1,10 +1,11 @@
 #include "reader_library.h"
 
+#include "platform.h"
+
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -199,14 +200,16 @@ ReaderLibrary::ReaderLibrary(const ReaderExports& exports, Services& services)
     make_current();
 }
 
-ReaderLibrary::ReaderLibrary(const std::string& path, Services& services)
-    : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), services_(services)
+ReaderLibrary::ReaderLibrary(const std::string& path, Services& services) : services_(services)
 {
-    if (!handle_) throw std::runtime_error(std::string("cannot load the reader: ") + dlerror());
-    exports_ = {reinterpret_cast<decltype(exports_.set_func)>(dlsym(handle_, "reader_set_func")),
-                reinterpret_cast<decltype(exports_.get_func)>(dlsym(handle_, "reader_get_func"))};
+    std::string why;
+    handle_ = load_library(path, &why);
+    if (!handle_) throw std::runtime_error("cannot load the reader: " + why);
+    exports_ = {
+        reinterpret_cast<decltype(exports_.set_func)>(find_function(handle_, "reader_set_func")),
+        reinterpret_cast<decltype(exports_.get_func)>(find_function(handle_, "reader_get_func"))};
     if (!exports_.set_func || !exports_.get_func) {
-        dlclose(handle_);
+        unload_library(handle_);
         throw std::runtime_error(path + " is not a reader: it lacks reader_set_func or "
                                         "reader_get_func");
     }
@@ -216,7 +219,7 @@ ReaderLibrary::ReaderLibrary(const std::string& path, Services& services)
 ReaderLibrary::~ReaderLibrary()
 {
     if (current_registrations == &registrations_) make_none_current();
-    if (handle_) dlclose(handle_);
+    if (handle_) unload_library(handle_);
 }
 
 void ReaderLibrary::make_current()

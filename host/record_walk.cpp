@@ -7,9 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <ui/util/nzn_io.h>
+#include <ui/util/utf8wrap.h>
 
 namespace fld_host
 {
@@ -283,9 +282,11 @@ static bool is_big_endian()
 
 static std::string not_unformatted(const std::string& path)
 {
-    std::ifstream stream(path, std::ios::binary);
     std::array<char, 4 + MAGIC.size()> start{};
-    stream.read(start.data(), start.size());
+    bool failed = false;
+    if (const File file = open_to_read(path)) {
+        (void)utf8wrap::read_at(file.get(), 0, std::ssize(start), start.data(), &failed);
+    }
     if (std::string_view(start.data(), start.size()).substr(4) == MAGIC) {
         return "it begins as an FLD file, but is cut or damaged within its first ten records";
     }
@@ -296,8 +297,8 @@ static std::string not_unformatted(const std::string& path)
 static std::string open_file(const std::string& path, int64_t* bytes)
 {
     if (std::string why = why_not_readable(path); !why.empty()) return why;
-    std::error_code failed;
-    *bytes = static_cast<int64_t>(std::filesystem::file_size(path, failed));
+    utf8wrap::FileStatus status{};
+    *bytes = utf8wrap::_stat64(path.c_str(), &status) == 0 ? status.size : -1;
     switch (nzn_open_unit(UNIT, path.c_str())) {
     case NZN_OK: return "";
     case NZN_NOT_UNFORMATTED: return not_unformatted(path);

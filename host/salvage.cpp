@@ -1,20 +1,27 @@
 #include "salvage.h"
 
+#include "paths.h"
+#include "platform.h"
 #include "readable.h"
+#include "ui/util/utf8wrap.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <unistd.h>
 
 namespace fld_host
 {
 
-namespace fs = std::filesystem;
+[[noreturn]] static void fail(const std::string& file, const std::string& what)
+{
+    throw Error(Error::Kind::cannot_open, file, what);
+}
+
+[[noreturn]] static void fail_to_write(const std::string& file)
+{
+    fail(file, "cannot be written: " + error_text(errno));
+}
 
 // ---- which starts ----
 
@@ -41,27 +48,15 @@ struct GridParts {
     [[nodiscard]] bool is_results() const { return system && values && !nodes && !elements; }
 };
 
-struct Closer {
-    void operator()(FILE* file) const { (void)fclose(file); }
-};
-using File = std::unique_ptr<FILE, Closer>;
-
 // A new file, which is removed in the end.
 class Draft
 {
 public:
     explicit Draft(std::string path) : path_(std::move(path))
     {
-        const File file(fopen(path_.c_str(), "wbx"));
-        if (file) return;
-        throw Error(Error::Kind::cannot_open, path_,
-                    std::string("cannot be written: ") + std::strerror(errno));
+        if (!create_file(path_)) fail_to_write(path_);
     }
-    ~Draft()
-    {
-        std::error_code ignored;
-        fs::remove(path_, ignored);
-    }
+    ~Draft() { remove_file(path_); }
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
 
@@ -97,33 +92,22 @@ std::vector<Start> readable_starts(const FileWalk& walk)
 
 // ---- writing ----
 
-[[noreturn]] static void fail(const std::string& file, const std::string& what)
-{
-    throw Error(Error::Kind::cannot_open, file, what);
-}
-
-[[noreturn]] static void fail_to_write(const std::string& file)
-{
-    fail(file, std::string("cannot be written: ") + std::strerror(errno));
-}
-
 // Makes a draft the first bytes of a file, with the record that closes them. It has `there` of
 // them.
 static void make_start(const std::string& file, int64_t there, int64_t bytes,
                        const std::string& closing, const std::string& draft,
                        const SalvageProgress& progress)
 {
-    std::error_code failed;
-    fs::resize_file(draft, static_cast<uintmax_t>(std::min(there, bytes)), failed);
-    if (failed) fail(draft, "cannot be written: " + failed.message());
-    std::ifstream from(file, std::ios::binary);
-    File to(fopen(draft.c_str(), "ab"));
+    File to(open_to_continue(draft, std::min(there, bytes)));
     if (!to) fail_to_write(draft);
-    from.seekg(std::min(there, bytes));
+    const File from = open_to_read(file);
     std::vector<char> block(size_t{4} << 20);
     for (int64_t done = there; done < bytes;) {
         const auto size = std::min<int64_t>(std::ssize(block), bytes - done);
-        if (!from.read(block.data(), size)) fail(file, "cannot be read");
+        bool failed = false;
+        if (!from || utf8wrap::read_at(from.get(), done, size, block.data(), &failed) != size) {
+            fail(file, "cannot be read");
+        }
         const auto count = static_cast<size_t>(size);
         if (fwrite(block.data(), 1, count, to.get()) != count) fail_to_write(draft);
         done += size;
@@ -153,20 +137,15 @@ static std::optional<Error> read_back(const std::string& draft, const SalvagePro
 // Gives the draft its name, unless a file has it.
 static void name_draft(const std::string& draft, const std::string& out)
 {
-    std::error_code failed;
-    fs::create_hard_link(draft, out, failed);
-    if (!failed) return;
-    // A file system without links cannot refuse in the same moment.
-    if (fs::exists(fs::symlink_status(out, failed))) fail(out, "is there already");
-    fs::rename(draft, out, failed);
-    if (failed) fail(out, "cannot be written: " + failed.message());
+    if (name_file(draft, out)) return;
+    if (errno == EEXIST) fail(out, "is there already");
+    fail_to_write(out);
 }
 
 // No step of a series, and in the folder of `out`: names are given within a file system.
 static std::string draft_path(const std::string& out)
 {
-    const std::string name = ".fld-salvage-" + std::to_string(getpid()) + "~";
-    return (fs::path(out).parent_path() / name).string();
+    return directory_of(out) + ".fld-salvage-" + process_number() + "~";
 }
 
 static Salvage write_salvage(const std::string& file, const std::string& out,
@@ -174,11 +153,9 @@ static Salvage write_salvage(const std::string& file, const std::string& out,
 {
     const std::string why = why_not_readable(file);
     if (!why.empty()) fail(file, why);
-    if (out.empty() || fs::path(out).filename().empty()) fail(out, "is no name of a file");
-    std::error_code unknown;
-    const fs::file_status there = fs::symlink_status(out, unknown);
-    if (fs::exists(there)) fail(out, "is there already");
-    if (there.type() != fs::file_type::not_found) fail(out, unknown.message());
+    if (name_of(out).empty()) fail(out, "is no name of a file");
+    if (is_taken(out)) fail(out, "is there already");
+    if (errno != ENOENT && errno != ENOTDIR) fail(out, error_text(errno));
     if (out.size() > LONGEST_PATH) {
         fail(out, "the name has more than the " + std::to_string(LONGEST_PATH) +
                       " bytes that the reader takes");
@@ -200,8 +177,7 @@ static Salvage write_salvage(const std::string& file, const std::string& out,
         in_draft = start.bytes;
         const std::optional<Error> refused = read_back(path, progress, &salvage.lacks_grid_file);
         if (refused && salvage.why_less.empty()) {
-            const std::string text = refused->what();
-            salvage.why_less = text.starts_with(path + ": ") ? text.substr(path.size() + 2) : text;
+            salvage.why_less = refused->file == path ? refused->reason : refused->what();
         }
         return !refused;
     };
@@ -240,8 +216,7 @@ Salvage salvage_file(const std::string& file, const std::string& out,
     } catch (const Error& failure) {
         // Nobody has named the draft.
         if (failure.file != path) throw;
-        const std::string reason = std::string(failure.what()).substr(path.size() + 2);
-        throw Error(failure.kind, out, reason, failure.reader_says);
+        throw Error(failure.kind, out, failure.reason, failure.reader_says);
     }
 }
 

@@ -1,10 +1,15 @@
 #include "series.h"
 
+#include "paths.h"
+#include "platform.h"
+#include "ui/util/utf8wrap.h"
+
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <filesystem>
 #include <map>
 #include <string_view>
+#include <system_error>
 #include <tuple>
 
 namespace fld_host
@@ -22,14 +27,13 @@ static size_t extension_start(std::string_view name)
 
 std::optional<SeriesName> split_series_name(const std::string& path)
 {
-    const size_t name_start = path.rfind('/') + 1; // 0 without a slash
-    const std::string name = path.substr(name_start);
+    const std::string name = name_of(path);
     const size_t base_end = extension_start(name);
     const std::string base = name.substr(0, base_end);
     const std::string extension = name.substr(base_end);
     if (base.empty()) return std::nullopt;
 
-    const std::string directory = path.substr(0, name_start);
+    const std::string directory = directory_of(path);
     const size_t prefix_end = base.find_last_not_of(DIGITS) + 1;
     if (prefix_end < base.size()) {
         return SeriesName{directory, base.substr(0, prefix_end), base.substr(prefix_end),
@@ -54,22 +58,44 @@ static bool comes_before(const SeriesFile& a, const SeriesFile& b)
            std::forward_as_tuple(b.number.size(), b.number, b.path);
 }
 
+static bool is_regular(const utf8wrap::FoundEntry& entry, const std::string& path)
+{
+    utf8wrap::FileStatus status{};
+    return entry.is_regular || (utf8wrap::_stat64(path.c_str(), &status) == 0 && status.is_regular);
+}
+
 std::vector<SeriesFile> list_series(const SeriesName& name)
 {
-    namespace fs = std::filesystem;
     std::vector<SeriesFile> files;
-    for (const fs::directory_entry& entry :
-         fs::directory_iterator(name.directory.empty() ? "." : name.directory)) {
-        const std::string path = name.directory + entry.path().filename().string();
+    utf8wrap::Listing listing;
+    utf8wrap::FoundEntry entry{};
+    errno = ENAMETOOLONG; // when the system is not even asked
+    if (!utf8wrap::FindFirstFileA((name.directory + "?*").c_str(), &listing, &entry)) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    do {
+        const std::string path = name.directory + entry.name;
         const std::optional<SeriesName> other = split_series_name(path);
-        std::error_code unknown;
         if (other && other->prefix == name.prefix && other->suffix == name.suffix &&
-            entry.is_regular_file(unknown)) {
+            is_regular(entry, path)) {
             files.push_back({path, without_leading_zeros(other->digits)});
         }
-    }
+    } while (utf8wrap::FindNextFileA(&listing, &entry));
     std::sort(files.begin(), files.end(), comes_before);
     return files;
+}
+
+std::vector<SeriesFile> list_steps(const std::string& file)
+{
+    const std::optional<SeriesName> name = split_series_name(file);
+    return name ? list_series(*name) : std::vector<SeriesFile>();
+}
+
+std::string why_in_no_series(const std::string& file)
+{
+    const std::string name = split_series_name(file) ? other_name(file) : "";
+    if (name.empty()) return "";
+    return "the file is named \"" + name + "\", and series are found by names as they are written";
 }
 
 void look_into(const std::shared_ptr<Reader>& reader, SeriesFile& file)
@@ -84,9 +110,7 @@ void look_into(const std::shared_ptr<Reader>& reader, SeriesFile& file)
 
 std::vector<SeriesFile> series_of(const std::shared_ptr<Reader>& reader, const std::string& file)
 {
-    const std::optional<SeriesName> name = split_series_name(file);
-    if (!name) return {};
-    std::vector<SeriesFile> files = list_series(*name);
+    std::vector<SeriesFile> files = list_steps(file);
     for (SeriesFile& one : files) look_into(reader, one);
     return files;
 }

@@ -15,7 +15,7 @@ namespace fld_host
 
 // A numbered name: directory + prefix + digits + suffix give the whole.
 struct SeriesName {
-    std::string directory; // with its last slash; empty when the name has none
+    std::string directory; // with its separator; empty when the name has none
     std::string prefix;
     std::string digits;
     std::string suffix;
@@ -33,8 +33,15 @@ struct SeriesFile {
 };
 
 // The regular files of the series of `name`, in the order of their numbers, without a look into
-// them. Throws std::filesystem::filesystem_error when the directory cannot be listed.
+// them. Throws std::system_error when the directory cannot be listed.
 std::vector<SeriesFile> list_series(const SeriesName& name);
+
+// The same for the series of a file; none when its name has no number.
+std::vector<SeriesFile> list_steps(const std::string& file);
+
+// Why a file whose name has a number is in no series: their names are compared as they are written,
+// and a system may find the file under this name although it has another. Empty otherwise.
+std::string why_in_no_series(const std::string& file);
 
 // Finds a file's time, and whether it holds a grid.
 void look_into(const std::shared_ptr<Reader>& reader, SeriesFile& file);

@@ -516,7 +516,7 @@ TEST(BatteryHeap, shows_in_no_trace)
         return;
     }
     const TemporaryDirectory directory;
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     std::string traces[2];
     int filled_with[2] = {};
     for (const int pattern : {0, 1}) {

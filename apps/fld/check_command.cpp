@@ -3,11 +3,12 @@
 
 #include "check.h"
 #include "output.h"
+#include "paths.h"
 #include "salvage.h"
+#include "series.h"
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 
 namespace fld_host
 {
@@ -111,7 +112,11 @@ static std::string headline(const FileCheck& check)
     std::string text = "whole" + order + counted(walk.grids, "grid") + ", " +
                        counted(walk.records, "record") + ", " + counted(walk.bytes, "byte");
     if (check.results_only) text += ", results only";
-    if (!check.grid_file_found) text += "; its grid file was not found, so nothing can be read";
+    if (!check.grid_file_found) {
+        const std::string misnamed = why_in_no_series(check.file);
+        text += "; its grid file was not found, so nothing can be read";
+        text += misnamed.empty() ? "" : ": " + misnamed;
+    }
     if (const auto error = check.grid_file_error()) {
         text += std::string("; its grid file is at fault: ") + with_reason(*error).what();
     }
@@ -133,8 +138,7 @@ static void print_text(const FileCheck& check, const std::vector<Error>& errors,
     if (check.is_whole() || check.walk.place.record == 0) return;
     constexpr size_t most_errors = 10;
     for (size_t i = 0; i < std::min(errors.size(), most_errors); ++i) {
-        const std::string text =
-            errors[i].file == check.file ? reason_of(errors[i]) : errors[i].what();
+        const std::string text = errors[i].file == check.file ? errors[i].reason : errors[i].what();
         const std::string& damage = check.walk.damage; // told below
         if (damage.empty() || text.find(damage) == std::string::npos)
             print_row(out, "reader", text);
@@ -225,7 +229,7 @@ int run_check(const Request& request, const std::vector<std::string>& files)
     }
     size_t number = 0;
     for (const std::string& file : files) {
-        Progress progress(std::filesystem::path(file).filename().string(), ++number, files.size());
+        Progress progress(name_of(file), ++number, files.size());
         const FileCheck check = check_file(request.reader, file,
                                            [&](const std::string& what, int64_t done, int64_t all) {
                                                return progress.show("checking, " + what, done, all);

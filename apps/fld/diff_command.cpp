@@ -2,12 +2,14 @@
 #include "commands.h"
 
 #include "output.h"
+#include "platform.h"
 #include "series.h"
+#include "ui/util/utf8wrap.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <new>
+#include <system_error>
 
 namespace fld_host
 {
@@ -172,16 +174,17 @@ using Pair = std::pair<std::string, std::string>; // an empty name: there is non
 
 static std::vector<SeriesFile> steps_of(const std::string& file)
 {
-    const std::optional<SeriesName> name = split_series_name(file);
-    if (!name) {
+    if (!split_series_name(file)) {
         throw Error(Error::Kind::cannot_open, file,
                     "the name has no number, so the file is part of no series");
     }
+    const std::string misnamed = why_in_no_series(file);
+    if (!misnamed.empty()) throw Error(Error::Kind::cannot_open, file, misnamed);
     std::vector<SeriesFile> files;
     try {
-        files = list_series(*name);
-    } catch (const std::filesystem::filesystem_error& failure) {
-        throw Error(Error::Kind::cannot_open, file, failure.code().message());
+        files = list_steps(file);
+    } catch (const std::system_error& failure) {
+        throw Error(Error::Kind::cannot_open, file, error_text(failure.code().value()));
     }
     if (files.empty()) throw Error(Error::Kind::cannot_open, file, "there is no such series");
     return files;
@@ -210,12 +213,20 @@ static void add_pairs(std::vector<SeriesFile> a, std::vector<SeriesFile> b,
     for (const SeriesFile& file : b) pairs.emplace_back("", file.path);
 }
 
+static bool is_same_file(const std::string& a, const std::string& b)
+{
+    utf8wrap::FileStatus status_a{};
+    utf8wrap::FileStatus status_b{};
+    return utf8wrap::_stat64(a.c_str(), &status_a) == 0 &&
+           utf8wrap::_stat64(b.c_str(), &status_b) == 0 && status_a.device == status_b.device &&
+           status_a.file_number == status_b.file_number;
+}
+
 static std::vector<Pair> pairs_of(const std::string& a, const std::string& b)
 {
     const std::vector<SeriesFile> files_a = steps_of(a);
     const std::vector<SeriesFile> files_b = steps_of(b);
-    std::error_code failed;
-    if (std::filesystem::equivalent(files_a[0].path, files_b[0].path, failed)) {
+    if (is_same_file(files_a[0].path, files_b[0].path)) {
         throw Error(Error::Kind::cannot_open, b, "is part of the same series as " + a);
     }
     struct Step {

@@ -3,10 +3,11 @@
 
 #include "grid.h"
 #include "output.h"
+#include "paths.h"
+#include "ui/util/utf8wrap.h"
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <new>
 #include <optional>
 
@@ -37,8 +38,8 @@ struct GridInfo {
 
 struct FileInfo {
     std::string file;
-    std::optional<uintmax_t> bytes; // on disk
-    int64_t delivered_bytes = 0;    // what the reader handed over
+    std::optional<int64_t> bytes; // on disk
+    int64_t delivered_bytes = 0;  // what the reader handed over
     std::optional<float> time;
     Contents contents;
     std::vector<GridInfo> grids;
@@ -205,9 +206,9 @@ static void check_choice(const FileInfo& info, const InfoChoice& choice)
 static void read_file(const Request& request, const InfoChoice& choice, Progress& progress,
                       Report& report, FileInfo& info)
 {
-    std::error_code failed;
-    const uintmax_t bytes = std::filesystem::file_size(info.file, failed);
-    if (!failed) info.bytes = bytes;
+    utf8wrap::FileStatus status{};
+    const bool is_there = utf8wrap::_stat64(info.file.c_str(), &status) == 0;
+    if (is_there && status.is_regular) info.bytes = status.size;
     (void)progress.show("looking for grids");
     try {
         Dataset dataset(request.reader, info.file);
@@ -349,8 +350,7 @@ static void print_text(const Request& request, const FileInfo& info, bool with_m
 {
     if (info.grids.empty()) return;
     FILE* const out = request.out;
-    const std::string bytes =
-        info.bytes ? grouped(static_cast<long long>(*info.bytes)) : std::string("unknown");
+    const std::string bytes = info.bytes ? grouped(*info.bytes) : "unknown";
     (void)fprintf(out, "%s\n", printable(info.file).c_str());
     if (!request.reader_name.empty()) {
         (void)fprintf(out, "  read by    %s\n", printable(request.reader_name).c_str());
@@ -454,7 +454,7 @@ int run_info(const Request& request, const std::vector<std::string>& files,
     bool printed = false;
     size_t number = 0;
     for (const std::string& file : files) {
-        Progress progress(std::filesystem::path(file).filename().string(), ++number, files.size());
+        Progress progress(name_of(file), ++number, files.size());
         FileInfo info;
         info.file = file;
         read_file(request, choice, progress, report, info);

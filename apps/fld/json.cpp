@@ -63,11 +63,4 @@ void print_json(const nlohmann::json& value, FILE* out)
     (void)fwrite(text.data(), 1, text.size(), out);
 }
 
-std::string reason_of(const Error& failure)
-{
-    const std::string text = failure.what();
-    const std::string start = failure.file + ": ";
-    return text.starts_with(start) ? text.substr(start.size()) : text;
-}
-
 } // namespace fld_host

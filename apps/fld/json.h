@@ -1,8 +1,6 @@
 // Results for other programs; docs/json.md describes them.
 #pragma once
 
-#include "error.h"
-
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -19,8 +17,5 @@ void put_file(nlohmann::json& object, const std::string& key, const std::string&
 
 // Texts of a file may have any bytes; JSON is UTF-8, so others are replaced.
 void print_json(const nlohmann::json& value, FILE* out);
-
-// The reason alone: an error's line without its file.
-std::string reason_of(const Error& failure);
 
 } // namespace fld_host

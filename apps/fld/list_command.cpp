@@ -2,8 +2,8 @@
 #include "commands.h"
 
 #include "output.h"
+#include "paths.h"
 
-#include <filesystem>
 #include <optional>
 
 namespace fld_host
@@ -39,14 +39,13 @@ int run_list(const Request& request, const std::vector<std::string>& files)
     size_t number = 0;
     size_t listed = 0;
     for (const std::string& file : files) {
-        Progress progress(std::filesystem::path(file).filename().string(), ++number, files.size());
+        Progress progress(name_of(file), ++number, files.size());
         (void)progress.show("opening");
         try {
             const Dataset dataset(request.reader, file);
             const float time = request.reader->time(file);
             const Contents& contents = dataset.contents();
-            const std::string grid_file =
-                std::filesystem::path(contents.grid_file).filename().string();
+            const std::string grid_file = name_of(contents.grid_file);
             ++listed;
             if (request.json)
                 report.add(file_json(file, contents, time));

@@ -2,17 +2,17 @@
 
 #include "commands.h"
 #include "output.h"
+#include "paths.h"
+#include "terminal.h"
+#include "ui/util/utf8wrap.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
 #include <iostream>
 #include <new>
 #include <optional>
-#include <unistd.h>
 
 using namespace fld_host;
 
@@ -188,9 +188,9 @@ static int help(CLI::App& app, const std::vector<std::string>& words)
 // A file whose name begins with a dash, which is taken for an option.
 static std::string dashed_file(const std::vector<std::string>& words)
 {
-    std::error_code failed;
+    utf8wrap::FileStatus status{};
     for (const std::string& word : words) {
-        if (word.starts_with('-') && std::filesystem::exists(word, failed)) return word;
+        if (word.starts_with('-') && utf8wrap::_stat64(word.c_str(), &status) == 0) return word;
     }
     return "";
 }
@@ -269,19 +269,10 @@ static bool parse(CLI::App& app, int argc, char** argv, Options& options, int* s
 
 // ---- the program ----
 
-// Whoever starts a program without standard input, output or error would have it write into the
-// next files that it opens. Gives whether standard output is there.
-static bool fill_standard_files()
-{
-    const bool has_output = fcntl(STDOUT_FILENO, F_GETFD) >= 0;
-    for (int file = 0; file >= 0 && file <= STDERR_FILENO;) file = open("/dev/null", O_RDWR);
-    return has_output;
-}
-
-// A name without a slash is a file here, not one of the system's libraries.
+// A name without a directory is a file here, not one of the system's libraries.
 static std::string library_path(const std::string& name)
 {
-    return name.find('/') == std::string::npos ? "./" + name : name;
+    return directory_of(name).empty() ? "./" + name : name;
 }
 
 static int run_request(const CLI::App& app, const Options& options, Request& request)
@@ -329,12 +320,13 @@ static int run_command(const CLI::App& app, const Options& options)
     return failure_status;
 }
 
-int main(int argc, char** argv)
+int fld_host::run_program(int argc, char** argv)
 try {
     Options options;
     CLI::App app("Shows what FLD result files hold.", "fld");
     app.set_version_flag("--version", "fld " FLD_VERSION);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false); // a path may begin with a slash on every system
     app.footer(EXAMPLES);
     add_commands(app, options);
     int status = DONE;

@@ -1,13 +1,15 @@
 #include "output.h"
 
+#include "terminal.h"
+#include "ui/util/utf8wrap.h"
+
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <sys/ioctl.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace fld_host
@@ -15,18 +17,14 @@ namespace fld_host
 
 // ---- standard output and standard error ----
 
-static std::string library_text;
-static constexpr size_t KEPT_TEXT = 20000;
 static bool progress_is_shown;
 
-// Where the C library hands over what the reader has printed.
-static ssize_t take_library_message(void* /*cookie*/, const char* text, size_t size)
+[[gnu::format(printf, 1, 2)]] static void print_error(const char* format, ...)
 {
-    library_text.append(text, size);
-    if (library_text.size() > KEPT_TEXT) {
-        library_text.erase(0, library_text.find('\n', library_text.size() - KEPT_TEXT) + 1);
-    }
-    return static_cast<ssize_t>(size);
+    va_list arguments;
+    va_start(arguments, format);
+    utf8wrap::print(utf8wrap::Output::error, format, arguments);
+    va_end(arguments);
 }
 
 // A library may end the process: what it said then is not lost.
@@ -38,32 +36,20 @@ static void pass_on_last_words()
 
 FILE* claim_standard_output()
 {
-    const int results = dup(STDOUT_FILENO);
-    FILE* stream = results < 0 ? nullptr : fdopen(results, "w");
-    // For whatever does not print through `stdout`.
-    if (!stream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-        throw std::system_error(errno, std::generic_category(), "standard output");
-    }
-    cookie_io_functions_t functions = {};
-    functions.write = take_library_message;
-    FILE* messages = fopencookie(nullptr, "w", functions);
-    if (!messages || atexit(pass_on_last_words) != 0) {
-        throw std::system_error(errno, std::generic_category(), "standard output");
-    }
-    stdout = messages;
-    return stream;
+    FILE* const results = divert_standard_output();
+    if (atexit(pass_on_last_words) == 0) return results;
+    throw std::system_error(errno, std::generic_category(), "standard output");
 }
 
 std::string take_library_text()
 {
-    (void)fflush(stdout);
-    return std::exchange(library_text, {});
+    return take_kept_output();
 }
 
 void pass_on(const std::string& line)
 {
     clear_progress();
-    (void)fprintf(stderr, "%s\n", printable(line).c_str());
+    print_error("%s\n", printable(line).c_str());
 }
 
 void complain(const std::string& what)
@@ -72,23 +58,6 @@ void complain(const std::string& what)
 }
 
 // ---- progress ----
-
-// Columns of the terminal that a stream goes to, 0 when it is none.
-static size_t terminal_width(FILE* stream)
-{
-    winsize size = {};
-    const int file = fileno(stream);
-    if (!isatty(file)) return 0;
-    const bool known = ioctl(file, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
-    return known ? size.ws_col : 80;
-}
-
-static size_t progress_width()
-{
-    const char* const terminal = getenv("TERM");
-    const bool can_clear = terminal && strcmp(terminal, "dumb") != 0;
-    return can_clear ? terminal_width(stderr) : 0;
-}
 
 Progress::Progress(std::string file, size_t number, size_t count) : file_(std::move(file))
 {
@@ -109,7 +78,7 @@ static std::string megabytes(int64_t bytes)
 
 bool Progress::show(const std::string& what, int64_t done, int64_t all)
 {
-    const size_t width = progress_width();
+    const size_t width = can_clear_lines() ? terminal_width(stderr) : 0;
     if (width == 0) return true;
     const auto now = Clock::now();
     const bool is_new = what != what_;
@@ -131,14 +100,14 @@ bool Progress::show(const std::string& what, int64_t done, int64_t all)
     line = printable(line);
     // A line that wraps could not be cleared.
     while (display_width(line) >= width) line.pop_back();
-    (void)fprintf(stderr, "\r\033[K%s", line.c_str());
+    print_error("\r\033[K%s", line.c_str());
     progress_is_shown = true;
     return true;
 }
 
 void clear_progress()
 {
-    if (std::exchange(progress_is_shown, false)) (void)fputs("\r\033[K", stderr);
+    if (std::exchange(progress_is_shown, false)) print_error("\r\033[K");
 }
 
 // ---- tables ----

@@ -14,7 +14,7 @@ namespace fld_host
 {
 
 // Takes standard output for the program's results. A reader library prints its messages on the
-// process's `stdout`; from now on those are kept. Throws std::system_error.
+// process's standard output too; from now on those are kept. Throws std::system_error.
 FILE* claim_standard_output();
 
 // What a loaded library has printed since the last call; of much text only its end.

@@ -22,28 +22,18 @@ static std::vector<std::string> lines_of(const std::string& text)
 
 nlohmann::json error_json(const Error& failure)
 {
-    nlohmann::json error = {{"what", reason_of(failure)},
-                            {"reader", lines_of(failure.reader_says)}};
+    nlohmann::json error = {{"what", failure.reason}, {"reader", lines_of(failure.reader_says)}};
     put_file(error, "file", failure.file);
     return error;
 }
 
 Report::Report(const Request& request) : request_(request) {}
 
-// A line without the words that the reader begins with.
-static std::string without_start(const std::string& line)
-{
-    for (const std::string word : {"Data reader error: ", "FLD file error: ", "Error: "}) {
-        if (line.starts_with(word)) return line.substr(word.size());
-    }
-    return line;
-}
-
 // Whether an error says what a line says.
 static bool says(const Error& error, const std::string& line)
 {
     const bool names_file = line.ends_with(": " + error.file); // "Cannot open file: NAME"
-    return names_file || std::string(error.what()).find(without_start(line)) != std::string::npos;
+    return names_file || std::string(error.what()).find(without_opening(line)) != std::string::npos;
 }
 
 void Report::pass_on_lines(const std::string& said, const Error* but) const
@@ -72,8 +62,8 @@ Error Report::fail(const Error& failure, bool show)
     if (error.reader_says.empty()) error.reader_says = said;
     const std::vector<std::string> lines = lines_of(error.reader_says);
     if (!error.has_reason && !lines.empty() && request_.reader != Reader::linked()) {
-        error = Error(error.kind, error.file, error.what_fails + ": " + without_start(lines.back()),
-                      error.reader_says);
+        error = Error(error.kind, error.file,
+                      error.what_fails + ": " + without_opening(lines.back()), error.reader_says);
     }
     error = with_reason(error);
     pass_on_lines(said, &error);

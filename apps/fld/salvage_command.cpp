@@ -2,12 +2,12 @@
 #include "commands.h"
 
 #include "output.h"
+#include "paths.h"
 #include "salvage.h"
 #include "series.h"
+#include "terminal.h"
 
-#include <atomic>
-#include <csignal>
-#include <filesystem>
+#include <system_error>
 
 namespace fld_host
 {
@@ -40,12 +40,10 @@ static std::string lost_text(const Salvage& salvage)
 // The steps beside which OUT would stand; empty when its name makes it none.
 static std::string series_warning(const std::string& out)
 {
-    const std::optional<SeriesName> name = split_series_name(out);
-    if (!name) return "";
     size_t others = 0;
     try {
-        for (const SeriesFile& file : list_series(*name)) others += file.path != out;
-    } catch (const std::filesystem::filesystem_error&) {
+        for (const SeriesFile& file : list_steps(out)) others += file.path != out;
+    } catch (const std::system_error&) {
         return "";
     }
     if (others == 0) return "";
@@ -53,29 +51,15 @@ static std::string series_warning(const std::string& out)
            counted(static_cast<int64_t>(others), "other file") + " beside it";
 }
 
-static std::atomic<bool> is_stopped;
-
-static void stop(int /*signal*/)
-{
-    is_stopped = true;
-}
-
-// Whoever ends the program, or takes its room, is to find no half a file: it is removed then.
-static void stop_in_order()
-{
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) (void)std::signal(signal, stop);
-    (void)std::signal(SIGXFSZ, SIG_IGN);
-}
-
 int run_salvage(const Request& request, const std::string& file, const std::string& out)
 {
-    stop_in_order();
+    stop_when_ended(); // half a file is removed then
     Report report(request);
-    Progress progress(std::filesystem::path(file).filename().string());
+    Progress progress(name_of(file));
     try {
         const Salvage salvage =
             salvage_file(file, out, [&](const std::string& what, int64_t done, int64_t all) {
-                return progress.show(what, done, all) && !is_stopped;
+                return progress.show(what, done, all) && !is_stopped();
             });
         clear_progress();
         (void)request.reader->take_messages();

@@ -3,18 +3,20 @@
 
 #include "check.h"
 #include "output.h"
+#include "paths.h"
+#include "platform.h"
 #include "readable.h"
 #include "series.h"
+#include "terminal.h"
+#include "ui/util/utf8wrap.h"
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <ctime>
-#include <filesystem>
+#include <chrono>
 #include <map>
 #include <optional>
 #include <set>
 #include <system_error>
+#include <thread>
 
 namespace fld_host
 {
@@ -31,18 +33,14 @@ static std::vector<SeriesFile> list_files(const std::string& file)
 {
     const std::optional<SeriesName> name = split_series_name(file);
     if (!name) return {{file, ""}};
+    const std::string misnamed = why_in_no_series(file);
+    if (!misnamed.empty()) throw Error(Error::Kind::cannot_open, file, misnamed);
     try {
         return list_series(*name);
-    } catch (const std::filesystem::filesystem_error& failure) {
+    } catch (const std::system_error& failure) {
         throw Error(Error::Kind::cannot_open, name->directory.empty() ? "." : name->directory,
-                    "cannot be listed: " + failure.code().message());
+                    "cannot be listed: " + error_text(failure.code().value()));
     }
-}
-
-// One name for "a/b" and "./a/b".
-static std::string plain_path(const std::string& path)
-{
-    return std::filesystem::path(path).lexically_normal().string();
 }
 
 // Each series of the files once, in the order in which they are named.
@@ -111,7 +109,7 @@ static void print_text(const FoundSeries& series, FILE* out)
                   counted(std::ssize(series.files), "file").c_str());
     Table table({"file", "number", "time", "grid"});
     for (const SeriesFile& file : series.files) {
-        table.add({printable(std::filesystem::path(file.path).filename().string()), file.number,
+        table.add({printable(name_of(file.path)), file.number,
                    file.time ? real_text(*file.time) : "-", grid_text(file)});
     }
     table.print(out, "  ");
@@ -171,28 +169,21 @@ int run_series(const Request& request, const std::vector<std::string>& files)
 
 // ---- a running solver's series ----
 
-static std::atomic<bool> is_stopped;
-
-static void stop(int /*signal*/)
-{
-    is_stopped = true;
-}
-
 // A file as it was when it was looked at last.
 struct Seen {
     int64_t bytes = -1;
-    std::filesystem::file_time_type written;
+    int64_t written = 0; // nanoseconds since the epoch
     bool is_complete = false;
 };
 
 // Whether a file that was written to since the last look is complete now.
 static bool became_complete(const std::string& path, Seen& seen)
 {
-    std::error_code failed;
-    const auto bytes = static_cast<int64_t>(std::filesystem::file_size(path, failed));
-    const auto written = std::filesystem::last_write_time(path, failed);
-    if (failed || (bytes == seen.bytes && written == seen.written)) return false;
-    seen = {bytes, written, walk_file(path).damage.empty()};
+    utf8wrap::FileStatus status{};
+    if (utf8wrap::_stat64(path.c_str(), &status) != 0) return false;
+    if (status.size == seen.bytes && status.modified == seen.written) return false;
+    if (!why_not_readable(path).empty()) return false; // its writer may share it with nobody yet
+    seen = {status.size, status.modified, walk_file(path).damage.empty()};
     return seen.is_complete;
 }
 
@@ -221,11 +212,11 @@ int follow_series(const Request& request, const std::string& file)
                                 "the name has no number, so no series can be followed"));
         return FAILURE;
     }
-    (void)std::signal(SIGINT, stop);
+    stop_when_interrupted();
     std::map<std::string, Seen> seen;
     bool is_told = false;
     Progress progress("following the series of " + file);
-    while (!is_stopped && ferror(request.out) == 0) {
+    while (!is_stopped() && ferror(request.out) == 0) {
         std::string writing;
         std::vector<SeriesFile> files;
         try {
@@ -240,7 +231,7 @@ int follow_series(const Request& request, const std::string& file)
         // A solver that starts anew writes its steps again: what is gone is forgotten.
         std::map<std::string, Seen> there;
         for (SeriesFile& one : files) {
-            if (is_stopped) break;
+            if (is_stopped()) break;
             Seen& known = there[one.path] = seen[one.path];
             if (became_complete(one.path, known)) print_step(request, one);
             if (!known.is_complete) writing = one.path;
@@ -248,8 +239,7 @@ int follow_series(const Request& request, const std::string& file)
         seen = std::move(there);
         (void)progress.show(writing.empty() ? "waiting for the next step"
                                             : writing + " is being written");
-        const timespec pause = {0, 200'000'000};
-        (void)nanosleep(&pause, nullptr); // a signal ends it
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
     return DONE;
 }

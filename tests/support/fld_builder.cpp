@@ -396,7 +396,7 @@ std::vector<Record> records_of(const std::string& bytes, bool big_endian)
 
 std::string file_content(const std::string& path)
 {
-    std::ifstream stream(path, std::ios::binary);
+    std::ifstream stream(system_path(path), std::ios::binary);
     if (!stream) throw std::runtime_error("cannot read " + path);
     return {std::istreambuf_iterator<char>(stream), {}};
 }
@@ -406,14 +406,14 @@ TemporaryDirectory::TemporaryDirectory() : path_(make_directory()) {}
 TemporaryDirectory::~TemporaryDirectory()
 {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(system_path(path_), ignored);
 }
 
 std::string TemporaryDirectory::write(const std::string& name, const std::string& bytes) const
 {
     // Some file systems write a file out at once when it is emptied and filled again.
-    std::filesystem::remove(path_ / name);
-    std::ofstream stream(path_ / name, std::ios::binary);
+    remove_file(path(name));
+    std::ofstream stream(system_path(path(name)), std::ios::binary);
     stream << bytes;
     if (!stream.flush()) throw std::runtime_error("cannot write " + name);
     return path(name);

@@ -182,11 +182,12 @@ public:
     [[nodiscard]] std::string write(const std::string& name, const std::string& bytes) const;
     [[nodiscard]] std::string path(const std::string& name) const
     {
-        return (path_ / name).string();
+        constexpr auto SEPARATOR = static_cast<char>(std::filesystem::path::preferred_separator);
+        return path_ + SEPARATOR + name;
     }
 
 private:
-    std::filesystem::path path_;
+    std::string path_;
 };
 
 } // namespace fld_test

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 
 namespace fld_test
@@ -38,6 +39,15 @@ int lowest_free_descriptor();
 
 // Makes a new directory, and gives its path.
 std::string make_directory();
+
+// From UTF-8, on every system.
+inline std::filesystem::path system_path(const std::string& path)
+{
+    return {std::u8string(path.begin(), path.end())};
+}
+
+// What other programs hold open stays theirs; its name is free.
+void remove_file(const std::string& path);
 
 // Whether a file can have the name.
 bool can_be_named(const std::string& name);

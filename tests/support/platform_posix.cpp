@@ -91,6 +91,11 @@ std::string make_directory()
     return pattern;
 }
 
+void remove_file(const std::string& path)
+{
+    std::filesystem::remove(path);
+}
+
 bool can_be_named(const std::string& name)
 {
     return !name.empty() && name.find('/') == std::string::npos;

@@ -87,6 +87,15 @@ std::string make_directory()
     throw std::runtime_error("cannot make " + start);
 }
 
+// The name of an open file is taken until the file is closed.
+void remove_file(const std::string& path)
+{
+    static int number = 0;
+    const std::wstring name = system_path(path).wstring();
+    const std::wstring other = name + L"~" + std::to_wstring(++number);
+    if (MoveFileW(name.c_str(), other.c_str())) (void)DeleteFileW(other.c_str());
+}
+
 // Not with a character that paths and patterns are made of, nor what UTF-8 does not hold. A dot or
 // a blank at the end would be lost.
 bool can_be_named(const std::string& name)
@@ -102,8 +111,8 @@ bool can_be_named(const std::string& name)
 
 bool link_file(const std::string& original, const std::string& name)
 {
-    std::error_code failed;
-    return std::filesystem::copy_file(original, name, failed);
+    return can_be_named(name) &&
+           CopyFileW(system_path(original).c_str(), system_path(name).c_str(), TRUE);
 }
 
 // There is no Fortran runtime: they were written beforehand, each choice into a folder of its name.
@@ -112,9 +121,13 @@ bool write_samples(const std::string& writer, const std::string& directory,
 {
     const std::filesystem::path written =
         std::filesystem::path(FLD_SAMPLES_DIRECTORY) / writer / options;
-    std::error_code failed;
-    std::filesystem::copy(written, directory, failed);
-    return !failed;
+    size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(written)) {
+        const auto copy = system_path(directory) / entry.path().filename();
+        if (!CopyFileW(entry.path().c_str(), copy.c_str(), FALSE)) return false;
+        ++count;
+    }
+    return count > 0;
 }
 
 } // namespace fld_test

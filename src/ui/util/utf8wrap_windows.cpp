@@ -1,5 +1,7 @@
 #include "ui/util/utf8wrap.h"
 
+#include "ui/util/windows_path.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -13,11 +15,6 @@ namespace utf8wrap
 
 // ---- paths ----
 
-struct FreeMemory {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using WideText = std::unique_ptr<wchar_t[], FreeMemory>;
-
 static WideText wide_text(size_t length)
 {
     WideText text(static_cast<wchar_t*>(std::malloc((length + 1) * sizeof(wchar_t))));
@@ -25,8 +22,7 @@ static WideText wide_text(size_t length)
     return text;
 }
 
-// Null for what is no UTF-8.
-static WideText wide(const char* text)
+WideText wide(const char* text)
 {
     const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, nullptr, 0);
     errno = EILSEQ;
@@ -42,10 +38,7 @@ static bool begins_with(const wchar_t* text, const wchar_t* start)
     return wcsncmp(text, start, wcslen(start)) == 0;
 }
 
-// The whole path from its drive or share on, with what the system resolves itself only in paths of
-// up to 260 characters: slashes, "..", the current directory of each drive, and names that are
-// devices wherever they stand, such as NUL, which come as "\\.\NUL". Null when there is none.
-static WideText whole_path(const char* path)
+WideText whole_path(const char* path)
 {
     constexpr size_t ROOM = 6; // for what stands before the name of a share
     const WideText given = wide(path);
@@ -68,13 +61,12 @@ static WideText whole_path(const char* path)
     return text;
 }
 
-static bool is_device(const wchar_t* whole_path)
+bool is_device(const wchar_t* whole_path)
 {
     return begins_with(whole_path, L"\\\\.\\");
 }
 
-// What the system said last, as errno has it.
-static void keep_error()
+void keep_error()
 {
     switch (GetLastError()) {
     case ERROR_FILE_NOT_FOUND:
@@ -86,6 +78,10 @@ static void keep_error()
     case ERROR_LOCK_VIOLATION: errno = EBUSY; break;
     case ERROR_ACCESS_DENIED: errno = EACCES; break;
     case ERROR_FILENAME_EXCED_RANGE: errno = ENAMETOOLONG; break;
+    case ERROR_FILE_EXISTS:
+    case ERROR_ALREADY_EXISTS: errno = EEXIST; break;
+    case ERROR_DISK_FULL: errno = ENOSPC; break;
+    case ERROR_WRITE_PROTECT: errno = EROFS; break;
     default: errno = EIO; break;
     }
 }
@@ -242,6 +238,7 @@ bool FindFirstFileA(const char* pattern, Listing* listing, FoundEntry* entry)
 {
     const WideText whole = whole_path(pattern);
     if (!whole || is_device(whole.get())) return false;
+    if (wcslen(wcsrchr(whole.get(), L'\\')) > MAX_ENTRY_NAME + 1) return false; // of no entry
     WIN32_FIND_DATAW found{};
     void* const directory =
         FindFirstFileExW(whole.get(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr,
