@@ -3,7 +3,7 @@
 // second one holds a grid.
 #include "fuzz_host.h"
 #include "input.h"
-#include "platform.h"
+#include "test_system.h"
 
 #include <algorithm>
 #include <sstream>

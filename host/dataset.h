@@ -69,7 +69,8 @@ struct GridSize {
     std::vector<int64_t> quadrilaterals;
 };
 
-// What a mesh is known by: as long as this is equal, so are the nodes, cells and faces.
+// What a mesh is known by: as long as this is equal, so are the nodes, cells and faces. (On Windows
+// what a program writes may not show before it has closed the file.)
 struct MeshIdentity {
     uint64_t device = 0;
     uint64_t file_number = 0;

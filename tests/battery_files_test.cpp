@@ -7,7 +7,7 @@
 // The usual run takes a sample of the widest loops; FLD_BATTERY=whole makes them whole.
 #include "datasets.h"
 #include "linked_host.h"
-#include "platform.h"
+#include "test_system.h"
 
 #include <algorithm>
 #include <fstream>

@@ -1,7 +1,7 @@
 // The sample files, written by the Fortran runtime: the same trace in every framing, and every
 // value against its formula.
 #include "datasets.h"
-#include "platform.h"
+#include "test_system.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 // Which file of its series a results file is paired with.
 #include "datasets.h"
-#include "platform.h"
+#include "test_system.h"
 #include "ui/util/utf8wrap.h"
 
 #include <algorithm>

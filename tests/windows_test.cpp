@@ -1,7 +1,7 @@
 // What is Windows' own: how paths are written and how long they get, devices, files that other
 // programs have open, and names in another case.
 #include "datasets.h"
-#include "platform.h"
+#include "test_system.h"
 #include "ui/util/utf8wrap.h"
 
 #include <gtest/gtest.h>
@@ -196,6 +196,21 @@ TEST_F(WindowsFiles, have_times_and_lengths)
     EXPECT_EQ(utf8wrap::read_at(stream, 1, 4, bytes, &failed), 4);
     EXPECT_EQ(std::string(bytes, 4), "2345");
     (void)fclose(stream);
+}
+
+// A host in C that is linked to nothing of ours, and has its messages from a pipe.
+TEST_F(WindowsFiles, serve_a_host_that_loads_the_library_a_thousand_times)
+{
+    std::string command = FLD_WINDOWS_HOST_PATH " " FLD_READER_PATH " ";
+    command += directory.write("a.fld", build(tetrahedron_file()));
+    for (const char* name : fld_host::service_names()) command.append(" ").append(name);
+    std::replace(command.begin(), command.end(), '/', '\\');
+    FILE* const pipe = _popen(command.c_str(), "rb");
+    ASSERT_NE(pipe, nullptr);
+    std::string text;
+    for (int c = 0; (c = fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+    EXPECT_EQ(_pclose(pipe), 0);
+    EXPECT_EQ(text, "before\nCannot open file: no_such_file.fld\nafter\n");
 }
 
 // A message of any length goes past the C library, each line end as it is.

@@ -1,6 +1,6 @@
 #include "fld_builder.h"
 
-#include "platform.h"
+#include "test_system.h"
 
 #include <algorithm>
 #include <bit>

@@ -135,6 +135,7 @@ LinkedVisit visit_linked(const std::string& path, const std::function<void()>& m
 {
     LinkedVisit visit;
     const auto reader = fld_host::Reader::linked();
+    (void)reader->take_messages(); // of whoever called it before
     visit.trace = "open\n";
     try {
         fld_host::Dataset dataset(reader, path, {4, 8, 8});

@@ -1,6 +1,6 @@
 #include "test_host.h"
 
-#include "platform.h"
+#include "test_system.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "platform.h"
+#include "test_system.h"
 
 #include <algorithm>
 #include <filesystem>
