@@ -154,12 +154,12 @@ static Salvage write_salvage(const std::string& file, const std::string& out,
     const std::string why = why_not_readable(file);
     if (!why.empty()) fail(file, why);
     if (name_of(out).empty()) fail(out, "is no name of a file");
-    if (is_taken(out)) fail(out, "is there already");
-    if (errno != ENOENT && errno != ENOTDIR) fail(out, error_text(errno));
     if (out.size() > LONGEST_PATH) {
         fail(out, "the name has more than the " + std::to_string(LONGEST_PATH) +
                       " bytes that the reader takes");
     }
+    if (is_taken(out)) fail(out, "is there already");
+    if (errno != ENOENT && errno != ENOTDIR) fail(out, error_text(errno));
     Salvage salvage;
     (void)progress("walking its records", 0, 0);
     salvage.walk = walk_file(file);

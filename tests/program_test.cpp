@@ -301,7 +301,7 @@ TEST_F(Program, salvages_what_can_be_read)
     EXPECT_EQ(occurrences(file_content(directory_.path("out.fld")), "LS_Scalar:Q"), 2046U);
     std::filesystem::remove(directory_.path("out.fld"));
     (void)directory_.write("cut_1.fld", build(good).substr(0, build(good).size() - 20));
-    EXPECT_NE(run("salvage cut_1.fld " + std::string(300, 'n') + " --json").out.find("too long"),
+    EXPECT_NE(run("salvage cut_1.fld " + std::string(300, 'n') + " --json").out.find("255 bytes"),
               std::string::npos);
     EXPECT_NE(run("salvage cut_1.fld none/out.fld").err.find("none/out.fld: cannot be written"),
               std::string::npos);
@@ -457,7 +457,7 @@ TEST_F(Program, helps_with_wrong_usage)
         {"series --follow a.fld a.fld", 2, "one file only"},
         {"series --follow a.fld", 1, "the name has no number"},
         {"info a.fld --library a.fld", 1, "cannot load the reader"},
-        {"info a.fld >&-", 1, "standard output is closed"},
+        {"info a.fld >&-", 1, "standard output"},
         {"info a.fld >/dev/full", 1, "standard output"},
     };
     for (const auto& [arguments, status, says] : cases) {

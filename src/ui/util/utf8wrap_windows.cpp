@@ -178,7 +178,10 @@ int _stat64(const char* path, FileStatus* status)
     }
     const OwnedHandle handle = open_handle(whole.get(), 0, FILE_FLAG_BACKUP_SEMANTICS);
     if (!handle) return -1;
-    const bool is_on_disk = GetFileType(handle.get()) == FILE_TYPE_DISK;
+    if (GetFileType(handle.get()) != FILE_TYPE_DISK) {
+        *status = {};
+        return 0;
+    }
     BY_HANDLE_FILE_INFORMATION found{};
     FILE_BASIC_INFO times{};
     if (!GetFileInformationByHandle(handle.get(), &found) ||
@@ -189,7 +192,7 @@ int _stat64(const char* path, FileStatus* status)
     const bool is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     // A program that has the file open can write to it without a trace in its times until it closes
     // the file; a share may answer with what it knew some seconds ago.
-    *status = {.is_regular = is_on_disk && !is_directory,
+    *status = {.is_regular = !is_directory,
                .is_directory = is_directory,
                .tells_changes = false,
                .device = found.dwVolumeSerialNumber,
