@@ -107,11 +107,7 @@ DatasetSeconds measure_dataset(const std::string& path, const FileFacts& facts)
     const auto nodes = static_cast<size_t>(facts.grid_nodes);
     std::vector<float> coords(3 * nodes);
     std::vector<float> values(dataset.contents().rows.size() * nodes);
-    Buffers buffers{coords.data(), {}};
-    for (const Variable& variable : dataset.contents().variables) {
-        buffers.variables.push_back(values.data() +
-                                    static_cast<size_t>(variable.first_row) * nodes);
-    }
+    const Buffers buffers = buffers_of(dataset.contents(), coords.data(), values.data(), nodes);
     DatasetSeconds seconds;
     seconds.blocks = time_everything(dataset, facts, buffers, false);
     seconds.functions = time_everything(dataset, facts, buffers, true);

@@ -79,11 +79,7 @@ static void read_grid(fld_host::Dataset& dataset, int grid, LinkedVisit& visit,
     const auto untouched = std::bit_cast<float>(UNTOUCHED * 0x01010101U);
     std::vector<float> coords(3 * nodes, untouched);
     std::vector<float> values(contents.rows.size() * nodes, untouched);
-    fld_host::Buffers buffers{coords.data(), {}};
-    for (const fld_host::Variable& variable : contents.variables) {
-        buffers.variables.push_back(values.data() +
-                                    static_cast<size_t>(variable.first_row) * nodes);
-    }
+    const auto buffers = fld_host::buffers_of(contents, coords.data(), values.data(), nodes);
     visit.trace += "read " + std::to_string(grid + 1) + "\n";
     Recorder sink(true);
     try {
