@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 static std::string checked_trace()
 {
     EXPECT_TRUE(host().error_flag() == 0 || host().error_flag() == 1) << host().error_flag();
-    const std::string trace = host().take_trace();
+    std::string trace = host().take_trace();
     show(trace);
     return trace;
 }

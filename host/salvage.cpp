@@ -153,7 +153,10 @@ static Salvage write_salvage(const std::string& file, const std::string& out,
 {
     const std::string why = why_not_readable(file);
     if (!why.empty()) fail(file, why);
-    if (name_of(out).empty()) fail(out, "is no name of a file");
+    // Behind another colon than a drive's stands a part of a file.
+    const std::string directory = directory_of(out);
+    const bool is_part = directory.ends_with(':') && directory.size() != 2;
+    if (name_of(out).empty() || is_part) fail(out, "is no name of a file");
     if (out.size() > LONGEST_PATH) {
         fail(out, "the name has more than the " + std::to_string(LONGEST_PATH) +
                       " bytes that the reader takes");

@@ -119,7 +119,7 @@ std::string take_kept_output()
 static HANDLE console_of(FILE* stream)
 {
     if (_fileno(stream) < 0) return nullptr;
-    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    auto* const handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
     DWORD mode = 0;
     return GetConsoleMode(handle, &mode) ? handle : nullptr;
 }

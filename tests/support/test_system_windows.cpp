@@ -81,7 +81,7 @@ std::string make_directory()
     const std::string start = (std::filesystem::temp_directory_path() / "fld_test_").string() +
                               std::to_string(GetCurrentProcessId()) + "_";
     for (int number = 0; number < 100000; ++number) {
-        const std::string path = start + std::to_string(number);
+        std::string path = start + std::to_string(number);
         if (std::filesystem::create_directory(path)) return path;
     }
     throw std::runtime_error("cannot make " + start);

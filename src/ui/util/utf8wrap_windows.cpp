@@ -72,6 +72,9 @@ void keep_error()
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
     case ERROR_INVALID_NAME:
+    case ERROR_INVALID_DRIVE:
+    case ERROR_BAD_PATHNAME:
+    case ERROR_DIRECTORY:
     case ERROR_BAD_NETPATH:
     case ERROR_BAD_NET_NAME: errno = ENOENT; break;
     case ERROR_SHARING_VIOLATION:
